@@ -1,0 +1,27 @@
+#pragma once
+// Representation items: what a part definition draws, where, and in which style.
+
+#include <cstdint>
+#include <vector>
+
+#include "prc/entities/transformation.h"
+#include "prc/io/bit_reader.h"
+
+namespace prc {
+
+struct PRCRepresentationItem {
+    uint32_t type = 0;
+    int64_t index_tessellation = -1;
+    int64_t index_local_coordinate_system = -1;
+    uint32_t line_style_index = 0xFFFFFFFF;
+    std::vector<PRCRepresentationItem> items;
+    Matrix4 transformation = kIdentityMatrix;
+};
+
+// Sets nest; deeper nesting than this fails the enclosing section.
+constexpr int kMaxRepresentationItemDepth = 32;
+
+PRCRepresentationItem readRepresentationItem(PRCBitReader& r);
+void readRepresentationItemContent(PRCBitReader& r, PRCRepresentationItem& item);
+
+}  // namespace prc

@@ -1,0 +1,223 @@
+#include "prc/io/bit_reader.h"
+
+#include <bit>
+#include <cstring>
+#include <stdexcept>
+
+#include "prc/io/frequent_doubles.h"
+
+namespace prc {
+
+PRCBitReader::PRCBitReader(const uint8_t* d, uint64_t n, uint32_t v) : data(d), size(n), version(v) {}
+
+void PRCBitReader::resetState() {
+    current_name.clear();
+    current_graphics = PRCGraphics{};
+}
+
+void PRCBitReader::readPastEnd() { throw std::runtime_error("PRCBitReader: read past end"); }
+
+uint64_t PRCBitReader::bitsRemaining() const {
+    const uint64_t used = bitIndex();
+    const uint64_t total = size * 8;
+    return used >= total ? 0 : total - used;
+}
+
+void PRCBitReader::seekBit(uint64_t index) {
+    byte_position = index / 8;
+    bit_position = uint32_t(index % 8);
+}
+
+uint64_t PRCBitReader::peek64() const {
+    uint64_t w = 0;
+    if (byte_position + 8 <= size) {
+        std::memcpy(&w, data + byte_position, 8);
+        if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
+    } else {
+        for (uint64_t i = 0; byte_position + i < size; ++i)
+            w |= uint64_t(data[byte_position + i]) << (56 - 8 * i);
+    }
+    return w << bit_position;
+}
+
+// One bounds check per call, however many bits it takes: the call fails
+// exactly when its last bit would lie at or beyond the end.
+uint32_t PRCBitReader::readBits(int n) {
+    if (n <= 0) return 0;
+    if (n > 32) {  // only the last 32 bits are kept
+        for (int skip = n - 32; skip > 0; skip -= 32) readBits(skip < 32 ? skip : 32);
+        n = 32;
+    }
+    if (uint64_t(n) > bitsRemaining()) readPastEnd();
+    const uint32_t v = uint32_t(peek64() >> (64 - n));
+    const uint64_t index = bitIndex() + uint64_t(n);
+    byte_position = index >> 3;
+    bit_position = uint32_t(index & 7);
+    return v;
+}
+
+bool PRCBitReader::readBoolean() { return readBits(1) != 0; }
+
+uint8_t PRCBitReader::readCharacter() { return uint8_t(readBits(8)); }
+
+uint32_t PRCBitReader::readUnsignedInteger() {
+    uint32_t value = 0;
+    for (uint32_t shift = 0; readBoolean(); shift += 8) {
+        const uint32_t byte = readCharacter();
+        if (shift <= 31) value |= byte << shift;
+    }
+    return value;
+}
+
+int32_t PRCBitReader::readInteger() {
+    uint32_t value = 0;
+    uint32_t shift = 0;
+    uint32_t last = 0;
+    while (readBoolean()) {
+        last = readCharacter();
+        if (shift <= 31) value |= last << shift;
+        shift += 8;
+    }
+    if ((shift == 8 || shift == 16 || shift == 24) && (last & 0x80)) value |= ~0u << shift;
+    return int32_t(value);
+}
+
+std::string PRCBitReader::readString() {
+    if (!readBoolean()) return {};
+    const uint32_t length = readUnsignedInteger();
+    if (length > bitsRemaining() / 8) throw std::runtime_error("PRCBitReader: string longer than the data left");
+    std::string s(length, '\0');
+    if (bit_position == 0) {
+        std::memcpy(s.data(), data + byte_position, length);
+        byte_position += length;
+    } else {
+        for (uint32_t i = 0; i < length; ++i) s[i] = char(readCharacter());
+    }
+    return s;
+}
+
+Vector3d PRCBitReader::readVector3d() {
+    Vector3d v;
+    v.x = readDouble();
+    v.y = readDouble();
+    v.z = readDouble();
+    return v;
+}
+
+void PRCBitReader::skipUserData() {
+    const uint32_t n = readUnsignedInteger();
+    if (n == 0) return;
+    const uint64_t index = bitIndex() + n;
+    const uint64_t byte = index / 8;
+    const uint32_t bit = uint32_t(index % 8);
+    if (byte > size || (byte == size && bit != 0)) throw std::runtime_error("PRCBitReader: skip past end");
+    byte_position = byte;
+    bit_position = bit;
+}
+
+PRCGraphics PRCBitReader::readGraphics() {
+    if (!readBoolean()) {
+        PRCGraphics g;
+        g.layer_index = readUnsignedInteger() - 1u;
+        g.line_style_index = readUnsignedInteger() - 1u;
+        const uint16_t first = readCharacter();
+        const uint16_t second = readCharacter();
+        g.behaviour = uint16_t(second << 8 | first);
+        current_graphics = g;
+    }
+    if (version > 8137) {
+        const uint32_t count = readUnsignedInteger();
+        if (count > 1024) throw std::runtime_error("PRCBitReader: campo dopo graphics con conteggio implausibile");
+        for (uint32_t i = 0; i < count; ++i) {
+            readUnsignedInteger();
+            readUnsignedInteger();
+        }
+    }
+    return current_graphics;
+}
+
+std::vector<uint8_t> PRCBitReader::readVertexColors(uint32_t rows, uint32_t bytesPerRow) {
+    if (rows == 0) return {};
+    // Each later row costs at least one bit, so rows beyond the bits left cannot exist.
+    if (uint64_t(rows - 1) > bitsRemaining()) readPastEnd();
+    std::vector<uint8_t> out(size_t(rows) * bytesPerRow);
+    for (uint32_t b = 0; b < bytesPerRow; ++b) out[b] = readCharacter();
+    for (uint32_t r = 1; r < rows; ++r) {
+        uint8_t* row = out.data() + size_t(r) * bytesPerRow;
+        if (readBoolean()) {
+            std::memcpy(row, row - bytesPerRow, bytesPerRow);
+        } else {
+            for (uint32_t b = 0; b < bytesPerRow; ++b) row[b] = readCharacter();
+        }
+    }
+    return out;
+}
+
+namespace {
+
+// The six low mantissa bytes b[5]..b[0]; b[6] and b[7] carry sign, exponent
+// and nibble and may be referred to.
+void readMantissaBytes(PRCBitReader& r, uint8_t b[8]) {
+    for (int i = 5; i >= 0; --i) {
+        if (r.readBoolean()) {
+            b[i] = r.readCharacter();
+            continue;
+        }
+        const uint32_t c = r.readBits(3);
+        if (c == 0) {
+            for (int j = i; j >= 0; --j) b[j] = b[i + 1];
+            return;
+        }
+        if (c == 6) {
+            for (int j = i; j >= 1; --j) b[j] = b[i + 1];
+            b[0] = r.readCharacter();
+            return;
+        }
+        if (i + int(c) > 7) throw std::runtime_error("PRCBitReader: riferimento di mantissa non valido");
+        b[i] = b[i + int(c)];
+    }
+}
+
+}  // namespace
+
+double PRCBitReader::readDouble() {
+    // Walk the prefix code over bits peeked ahead; consume them only on a match.
+    const FrequentDoubleTrie& trie = frequentDoubleTrie();
+    const uint64_t available = bitsRemaining();
+    const uint64_t bits = peek64();
+    int32_t node = 0;
+    int count = 0;
+    for (;;) {
+        if (uint64_t(count) >= available) readPastEnd();
+        const int bit = int(bits >> (63 - count)) & 1;
+        ++count;
+        node = trie.nodes[node].child[bit];
+        if (node == FrequentDoubleTrie::kNoChild) {
+            // No row can match any more: the format reads on to 32 bits first.
+            if (available < 32) readPastEnd();
+            throw std::runtime_error("PRCBitReader: no frequent-double entry matched prefix");
+        }
+        if (node < 0) break;
+    }
+    seekBit(bitIndex() + uint64_t(count));
+    const FrequentDoubleEntry& row = frequentDoubleTable()[size_t(-node - 1)];
+
+    if (row.kind == 0 && row.value == 0) return 0.0;
+    const uint64_t sign = readBoolean() ? 1 : 0;
+    if (row.kind == 0) {
+        const double v = std::bit_cast<double>(row.value);
+        return sign ? -v : v;
+    }
+    const uint64_t exponent = (row.value >> 52) & 0x7FF;
+    if (!readBoolean()) return std::bit_cast<double>(sign << 63 | exponent << 52);
+    const uint64_t nibble = readBits(4);
+    uint8_t b[8] = {};
+    b[7] = uint8_t(sign << 7 | exponent >> 4);
+    b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
+    readMantissaBytes(*this, b);
+    uint64_t pattern = sign << 63 | exponent << 52 | nibble << 48;
+    for (int i = 5; i >= 0; --i) pattern |= uint64_t(b[i]) << (8 * i);
+    return std::bit_cast<double>(pattern);
+}
+
+}  // namespace prc

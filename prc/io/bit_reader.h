@@ -1,0 +1,59 @@
+#pragma once
+// Cursor over one inflated PRC section and the element encodings of the format.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace prc {
+
+struct PRCGraphics {
+    uint32_t layer_index = 0xFFFFFFFF;
+    uint32_t line_style_index = 0xFFFFFFFF;
+    uint16_t behaviour = 1;
+};
+
+struct Vector3d {
+    double x = 0, y = 0, z = 0;
+};
+
+// Every failure is a std::runtime_error with a fixed text; nothing is rolled
+// back, the owner of the section decides what is lost.
+class PRCBitReader {
+public:
+    PRCBitReader(const uint8_t* data, uint64_t size, uint32_t version);
+
+    bool readBoolean();
+    uint32_t readBits(int n);  // n <= 0 reads nothing; n > 32 keeps the last 32 bits
+    uint8_t readCharacter();
+    uint32_t readUnsignedInteger();
+    int32_t readInteger();
+    double readDouble();
+    std::string readString();
+    Vector3d readVector3d();
+    void skipUserData();
+    PRCGraphics readGraphics();
+    std::vector<uint8_t> readVertexColors(uint32_t rows, uint32_t bytesPerRow);
+    uint64_t bitsRemaining() const;
+
+    // Absolute bit index of the cursor, and a way back to one (for peeking).
+    uint64_t bitIndex() const { return byte_position * 8 + bit_position; }
+    void seekBit(uint64_t index);
+
+    // Fresh-section state: empty name, unset graphics.
+    void resetState();
+
+    const uint8_t* data;
+    uint64_t size;
+    uint64_t byte_position = 0;
+    uint32_t bit_position = 0;
+    std::string current_name;
+    PRCGraphics current_graphics;
+    uint32_t version;
+
+private:
+    [[noreturn]] static void readPastEnd();
+    uint64_t peek64() const;  // the next 64 bits, zero-padded past the end
+};
+
+}  // namespace prc

@@ -1,0 +1,93 @@
+#include "prc/io/frequent_doubles.h"
+
+#include <unordered_map>
+#include <vector>
+
+namespace prc {
+namespace {
+
+struct RawRow {
+    uint8_t kind;
+    uint8_t bit_count;
+    const char* code;
+    uint64_t value;
+};
+
+constexpr RawRow kRawRows[] = {
+#include "frequent_doubles_rows.inc"
+};
+
+std::vector<FrequentDoubleEntry> buildTable() {
+    std::vector<FrequentDoubleEntry> rows;
+    rows.reserve(std::size(kRawRows));
+    for (const RawRow& raw : kRawRows) {
+        uint32_t code = 0;
+        for (const char* c = raw.code; *c; ++c) code = code << 1 | uint32_t(*c - '0');
+        rows.push_back({raw.kind, raw.bit_count, code, raw.value});
+    }
+    return rows;
+}
+
+const std::vector<FrequentDoubleEntry>& table() {
+    static const std::vector<FrequentDoubleEntry> rows = buildTable();
+    return rows;
+}
+
+struct TrieStorage {
+    std::vector<FrequentDoubleTrie::Node> nodes;
+    FrequentDoubleTrie trie{};
+};
+
+TrieStorage buildTrie() {
+    TrieStorage s;
+    constexpr int32_t kNone = FrequentDoubleTrie::kNoChild;
+    s.nodes.push_back({{kNone, kNone}});
+    const auto& rows = table();
+    for (size_t r = 0; r < rows.size(); ++r) {
+        const FrequentDoubleEntry& e = rows[r];
+        int32_t node = 0;
+        for (int i = e.bit_count - 1; i >= 0; --i) {
+            const int bit = (e.code >> i) & 1;
+            int32_t& slot = s.nodes[size_t(node)].child[bit];
+            if (i == 0) {
+                // A key seen before keeps its first row. A shorter key always wins
+                // over longer ones below it, because readDouble stops at the first
+                // bit count that matches.
+                if (slot == kNone || slot >= 0) slot = -int32_t(r) - 1;
+                break;
+            }
+            if (slot < 0 && slot != kNone) break;  // shadowed by a shorter code
+            if (slot == kNone) {
+                slot = int32_t(s.nodes.size());
+                s.nodes.push_back({{kNone, kNone}});
+            }
+            node = s.nodes[size_t(node)].child[bit];
+        }
+    }
+    s.trie.nodes = s.nodes.data();
+    return s;
+}
+
+}  // namespace
+
+std::span<const FrequentDoubleEntry> frequentDoubleTable() { return table(); }
+
+const FrequentDoubleTrie& frequentDoubleTrie() {
+    static const TrieStorage storage = buildTrie();
+    return storage.trie;
+}
+
+const FrequentDoubleEntry* lookupFrequentDouble(uint64_t key) {
+    static const std::unordered_map<uint64_t, uint32_t> index = [] {
+        std::unordered_map<uint64_t, uint32_t> m;
+        const auto& rows = table();
+        m.reserve(rows.size() * 2);
+        for (uint32_t r = 0; r < rows.size(); ++r)
+            m.emplace(uint64_t(rows[r].bit_count) << 32 | rows[r].code, r);  // first row wins
+        return m;
+    }();
+    auto it = index.find(key);
+    return it == index.end() ? nullptr : &table()[it->second];
+}
+
+}  // namespace prc

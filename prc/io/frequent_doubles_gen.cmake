@@ -1,0 +1,21 @@
+# Turns data/frequent-doubles.tsv into C++ initialiser rows:
+#   {kind, bit count, "code bits", 0xpattern},
+# kind 0 = value row, 1 = exponent row.
+file(STRINGS ${IN} lines)
+set(out "// Generated from frequent-doubles.tsv; do not edit.\n")
+set(rows 0)
+foreach(line IN LISTS lines)
+  if(line MATCHES "^(value|exponent)\t([0-9]+)\t([01]+)\t([0-9a-fA-F]+)\t")
+    if(CMAKE_MATCH_1 STREQUAL "value")
+      set(kind 0)
+    else()
+      set(kind 1)
+    endif()
+    string(APPEND out "{${kind}, ${CMAKE_MATCH_2}, \"${CMAKE_MATCH_3}\", 0x${CMAKE_MATCH_4}ull},\n")
+    math(EXPR rows "${rows} + 1")
+  endif()
+endforeach()
+if(NOT rows EQUAL 2077)
+  message(FATAL_ERROR "frequent-doubles.tsv: expected 2077 rows, found ${rows}")
+endif()
+file(WRITE ${OUT} "${out}")
