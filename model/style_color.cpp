@@ -1,0 +1,2 @@
+#include "model/style_color.h"
+// resolveStyleColor: to be written.

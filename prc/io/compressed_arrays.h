@@ -1,0 +1,41 @@
+#pragma once
+// Arrays of the compressed tessellation: plain or Huffman-coded small integers
+// and variable-width signed numbers.
+
+#include <cstdint>
+#include <vector>
+
+#include "prc/io/bit_reader.h"
+
+namespace prc {
+
+// Cursor over a Huffman bit field: bit i is bit (i mod 8) of byte i / 8,
+// values are assembled least significant bit first.
+class LsbBitFieldReader {
+public:
+    LsbBitFieldReader(const uint8_t* bytes, uint64_t bit_count) : bytes_(bytes), bit_count_(bit_count) {}
+    uint32_t read(int n);
+    uint64_t position() const { return position_; }
+    void seek(uint64_t position) { position_ = position; }
+    uint64_t bitCount() const { return bit_count_; }
+
+private:
+    const uint8_t* bytes_;
+    uint64_t bit_count_;
+    uint64_t position_ = 0;
+};
+
+constexpr uint32_t kMaxHuffmanArrayWords = 67108864;      // 0x4000000
+constexpr uint32_t kMaxHuffmanElementCount = 134217728;   // 0x8000000
+
+std::vector<uint16_t> readShortArray(PRCBitReader& r, uint8_t numBitsPerElem, bool readFlag, bool defaultCompressed,
+                                     bool isSigned);
+std::vector<uint8_t> readCharacterArray(PRCBitReader& r, uint8_t numBitsPerElem, bool readFlag, bool defaultCompressed,
+                                        bool isSigned);
+std::vector<uint32_t> readHuffmanCompressedArray(PRCBitReader& r, uint8_t numBitsPerElem, bool isSigned);
+std::vector<uint32_t> decodeHuffmanBitField(LsbBitFieldReader& field, uint8_t numBitsPerElem, bool isSigned);
+std::vector<int32_t> readCompressedIntegerArray(PRCBitReader& r);
+std::vector<int32_t> readCompressedIndiceArray(PRCBitReader& r, bool readFlag, uint8_t bitCountWidth,
+                                               bool defaultCompressed);
+
+}  // namespace prc
