@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Builds everything twice (optimised, and with AddressSanitizer +
+# UndefinedBehaviorSanitizer) and runs the whole test suite in both builds.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh
+
+jobs=$(nproc)
+total_pass=0
+total_fail=0
+run_suite() {  # build-dir, extra cmake flags...
+  local dir=$1; shift
+  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+  local log
+  log=$(mktemp)
+  set +e
+  ctest --test-dir "$dir" -j "$jobs" --output-on-failure --timeout 600 | tee "$log"
+  local rc=${PIPESTATUS[0]}
+  set -e
+  local line
+  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -1)
+  rm -f "$log"
+  local failed total
+  failed=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/' <<<"$line")
+  total=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/' <<<"$line")
+  total_pass=$((total_pass + ${total:-0} - ${failed:-0}))
+  total_fail=$((total_fail + ${failed:-0}))
+  [ "$rc" -eq 0 ] || [ "${failed:-1}" -ne 0 ] || total_fail=$((total_fail + 1))
+}
+
+echo "== optimised build"
+run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+echo "== sanitizer build (ASan + UBSan)"
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+  run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DMESHDRONE_SANITIZE=ON -DMESHDRONE_BUILD_BENCH=OFF
+
+echo "total: ${total_pass} passed, ${total_fail} failed"
+[ "$total_fail" -eq 0 ]
