@@ -42,45 +42,67 @@ uint64_t PRCBitReader::peek64() const {
 
 // One bounds check per call, however many bits it takes: the call fails
 // exactly when its last bit would lie at or beyond the end.
-uint32_t PRCBitReader::readBits(int n) {
-    if (n <= 0) return 0;
-    if (n > 32) {  // only the last 32 bits are kept
-        for (int skip = n - 32; skip > 0; skip -= 32) readBits(skip < 32 ? skip : 32);
-        n = 32;
-    }
+inline uint32_t PRCBitReader::takeBits(int n) {
     if (uint64_t(n) > bitsRemaining()) readPastEnd();
     const uint32_t v = uint32_t(peek64() >> (64 - n));
-    const uint64_t index = bitIndex() + uint64_t(n);
-    byte_position = index >> 3;
-    bit_position = uint32_t(index & 7);
+    advance(uint64_t(n));
     return v;
 }
 
-bool PRCBitReader::readBoolean() { return readBits(1) != 0; }
-
-uint8_t PRCBitReader::readCharacter() { return uint8_t(readBits(8)); }
-
-uint32_t PRCBitReader::readUnsignedInteger() {
-    uint32_t value = 0;
-    for (uint32_t shift = 0; readBoolean(); shift += 8) {
-        const uint32_t byte = readCharacter();
-        if (shift <= 31) value |= byte << shift;
+uint32_t PRCBitReader::readBits(int n) {
+    if (n <= 0) return 0;
+    if (n > 32) {  // only the last 32 bits are kept
+        for (int skip = n - 32; skip > 0; skip -= 32) takeBits(skip < 32 ? skip : 32);
+        n = 32;
     }
+    return takeBits(n);
+}
+
+bool PRCBitReader::readBoolean() { return takeBits(1) != 0; }
+
+uint8_t PRCBitReader::readCharacter() { return uint8_t(takeBits(8)); }
+
+// UnsignedInteger and Integer: bytes least significant first, each after a 1
+// bit, closed by a 0 bit; only the first four bytes reach the value. Integer
+// sign-extends from the top bit of the last byte when one to three were read.
+template <bool Signed>
+uint32_t PRCBitReader::readNumber() {
+    uint32_t value = 0;
+    uint32_t shift = 0;  // stops at 32: later bytes only pass by
+    uint32_t last = 0;
+    // With 8 whole bytes ahead, at least 57 bits lie in one load: four bytes
+    // with their flag bits and the closing bit take 37 of them.
+    if (byte_position + 8 <= size) {
+        uint64_t w = peek64();
+        uint32_t used = 0;
+        while (shift < 32) {
+            if (!(w >> 63)) {
+                advance(used + 1);
+                if (Signed && shift != 0 && shift != 32 && (last & 0x80)) value |= ~0u << shift;
+                return value;
+            }
+            last = uint32_t(w >> 55) & 0xFF;
+            value |= last << shift;
+            shift += 8;
+            w <<= 9;
+            used += 9;
+        }
+        advance(used);
+    }
+    while (takeBits(1)) {
+        last = takeBits(8);
+        if (shift < 32) {
+            value |= last << shift;
+            shift += 8;
+        }
+    }
+    if (Signed && shift != 0 && shift != 32 && (last & 0x80)) value |= ~0u << shift;
     return value;
 }
 
-int32_t PRCBitReader::readInteger() {
-    uint32_t value = 0;
-    uint32_t shift = 0;
-    uint32_t last = 0;
-    while (readBoolean()) {
-        last = readCharacter();
-        if (shift <= 31) value |= last << shift;
-        shift += 8;
-    }
-    if ((shift == 8 || shift == 16 || shift == 24) && (last & 0x80)) value |= ~0u << shift;
-    return int32_t(value);
-}
+uint32_t PRCBitReader::readUnsignedInteger() { return readNumber<false>(); }
+
+int32_t PRCBitReader::readInteger() { return int32_t(readNumber<true>()); }
 
 std::string PRCBitReader::readString() {
     if (!readBoolean()) return {};
@@ -181,36 +203,38 @@ void readMantissaBytes(PRCBitReader& r, uint8_t b[8]) {
 }  // namespace
 
 double PRCBitReader::readDouble() {
-    // Walk the prefix code over bits peeked ahead; consume them only on a match.
+    // Walk the prefix code over bits peeked ahead (the longest code, 22 bits,
+    // is well inside the 57 or more that one load holds); consume them only on
+    // a match. The first kFirstBits bits take one step.
     const FrequentDoubleTrie& trie = frequentDoubleTrie();
     const uint64_t available = bitsRemaining();
     const uint64_t bits = peek64();
-    int32_t node = 0;
-    int count = 0;
-    for (;;) {
+    const FrequentDoubleTrie::First& first = trie.first[bits >> (64 - FrequentDoubleTrie::kFirstBits)];
+    int32_t node = first.target;
+    int count = first.bits;
+    if (uint64_t(count) > available) readPastEnd();
+    while (node >= 0) {
         if (uint64_t(count) >= available) readPastEnd();
-        const int bit = int(bits >> (63 - count)) & 1;
+        node = trie.nodes[node].child[int(bits >> (63 - count)) & 1];
         ++count;
-        node = trie.nodes[node].child[bit];
-        if (node == FrequentDoubleTrie::kNoChild) {
-            // No row can match any more: the format reads on to 32 bits first.
-            if (available < 32) readPastEnd();
-            throw std::runtime_error("PRCBitReader: no frequent-double entry matched prefix");
-        }
-        if (node < 0) break;
+    }
+    if (node == FrequentDoubleTrie::kNoChild) {
+        // No row can match any more: the format reads on to 32 bits first.
+        if (available < 32) readPastEnd();
+        throw std::runtime_error("PRCBitReader: no frequent-double entry matched prefix");
     }
     seekBit(bitIndex() + uint64_t(count));
-    const FrequentDoubleEntry& row = frequentDoubleTable()[size_t(-node - 1)];
+    const FrequentDoubleEntry& row = trie.rows[size_t(-node - 1)];
 
     if (row.kind == 0 && row.value == 0) return 0.0;
-    const uint64_t sign = readBoolean() ? 1 : 0;
+    const uint64_t sign = takeBits(1);
     if (row.kind == 0) {
         const double v = std::bit_cast<double>(row.value);
         return sign ? -v : v;
     }
     const uint64_t exponent = (row.value >> 52) & 0x7FF;
-    if (!readBoolean()) return std::bit_cast<double>(sign << 63 | exponent << 52);
-    const uint64_t nibble = readBits(4);
+    if (!takeBits(1)) return std::bit_cast<double>(sign << 63 | exponent << 52);
+    const uint64_t nibble = takeBits(4);
     uint8_t b[8] = {};
     b[7] = uint8_t(sign << 7 | exponent >> 4);
     b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);

@@ -15,6 +15,9 @@ class LsbBitFieldReader {
 public:
     LsbBitFieldReader(const uint8_t* bytes, uint64_t bit_count) : bytes_(bytes), bit_count_(bit_count) {}
     uint32_t read(int n);
+    // The next 32 bits, least significant first, without moving; bits at or
+    // past the bit count are unspecified (never read from beyond the buffer).
+    uint32_t peek32() const;
     uint64_t position() const { return position_; }
     void seek(uint64_t position) { position_ = position; }
     uint64_t bitCount() const { return bit_count_; }

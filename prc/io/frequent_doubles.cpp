@@ -35,20 +35,22 @@ const std::vector<FrequentDoubleEntry>& table() {
 
 struct TrieStorage {
     std::vector<FrequentDoubleTrie::Node> nodes;
+    std::vector<FrequentDoubleTrie::First> first;
     FrequentDoubleTrie trie{};
 };
 
-TrieStorage buildTrie() {
-    TrieStorage s;
+}  // namespace
+
+std::vector<FrequentDoubleTrie::Node> buildFrequentDoubleTrie(std::span<const FrequentDoubleEntry> rows) {
     constexpr int32_t kNone = FrequentDoubleTrie::kNoChild;
-    s.nodes.push_back({{kNone, kNone}});
-    const auto& rows = table();
+    std::vector<FrequentDoubleTrie::Node> nodes;
+    nodes.push_back({{kNone, kNone}});
     for (size_t r = 0; r < rows.size(); ++r) {
         const FrequentDoubleEntry& e = rows[r];
         int32_t node = 0;
         for (int i = e.bit_count - 1; i >= 0; --i) {
             const int bit = (e.code >> i) & 1;
-            int32_t& slot = s.nodes[size_t(node)].child[bit];
+            int32_t& slot = nodes[size_t(node)].child[bit];
             if (i == 0) {
                 // A key seen before keeps its first row. A shorter key always wins
                 // over longer ones below it, because readDouble stops at the first
@@ -58,13 +60,30 @@ TrieStorage buildTrie() {
             }
             if (slot < 0 && slot != kNone) break;  // shadowed by a shorter code
             if (slot == kNone) {
-                slot = int32_t(s.nodes.size());
-                s.nodes.push_back({{kNone, kNone}});
+                slot = int32_t(nodes.size());
+                nodes.push_back({{kNone, kNone}});
             }
-            node = s.nodes[size_t(node)].child[bit];
+            node = nodes[size_t(node)].child[bit];
         }
     }
+    return nodes;
+}
+
+namespace {
+
+TrieStorage buildTrie() {
+    TrieStorage s;
+    s.nodes = buildFrequentDoubleTrie(table());
+    constexpr int kBits = FrequentDoubleTrie::kFirstBits;
+    for (uint32_t prefix = 0; prefix < (1u << kBits); ++prefix) {
+        int32_t node = 0;
+        int depth = 0;
+        while (depth < kBits && node >= 0) node = s.nodes[size_t(node)].child[(prefix >> (kBits - 1 - depth++)) & 1];
+        s.first.push_back({node, uint8_t(depth)});
+    }
     s.trie.nodes = s.nodes.data();
+    s.trie.first = s.first.data();
+    s.trie.rows = table().data();
     return s;
 }
 

@@ -2,44 +2,82 @@
 
 #include <zlib.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <new>
 #include <stdexcept>
 #include <string>
 
 namespace prc {
 
-std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length) {
-    // Eight times the input plus a page covers most sections in one go.
-    std::vector<uint8_t> out(length * 8 + 4096);
+namespace {
+
+// Ends the stream on every way out, a failed allocation while growing included.
+struct InflateStream {
     z_stream zs;
-    std::memset(&zs, 0, sizeof zs);
-    if (inflateInit_(&zs, "1.3.2", int(sizeof(z_stream))) != Z_OK) throw std::runtime_error("inflateInit failed");
+    InflateStream() {
+        std::memset(&zs, 0, sizeof zs);
+        if (inflateInit_(&zs, "1.3.2", int(sizeof(z_stream))) != Z_OK) throw std::runtime_error("inflateInit failed");
+    }
+    ~InflateStream() { inflateEnd(&zs); }
+    InflateStream(const InflateStream&) = delete;
+    InflateStream& operator=(const InflateStream&) = delete;
+};
+
+// A growable byte buffer that leaves its bytes uninitialised.
+class RawBuffer {
+public:
+    explicit RawBuffer(uint64_t size) : data_(static_cast<uint8_t*>(std::malloc(size_t(size)))) {
+        if (!data_) throw std::bad_alloc();
+    }
+    ~RawBuffer() { std::free(data_); }
+    RawBuffer(const RawBuffer&) = delete;
+    RawBuffer& operator=(const RawBuffer&) = delete;
+    void resize(uint64_t size) {
+        void* grown = std::realloc(data_, size_t(size));
+        if (!grown) throw std::bad_alloc();
+        data_ = static_cast<uint8_t*>(grown);
+    }
+    uint8_t* data() { return data_; }
+
+private:
+    uint8_t* data_;
+};
+
+}  // namespace
+
+std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length) {
+    return inflateSection(section, length, kInflateSafetyLimit);
+}
+
+std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uint64_t safetyLimit) {
+    // Eight times the input plus a page covers most sections in one go. PRC
+    // sections are bit-packed and rarely shrink by more than a third under
+    // zlib, so most of that buffer is never written: it stays uninitialised
+    // (untouched pages cost no memory) and the result is copied out at its
+    // exact size.
+    uint64_t capacity = length * 8 + 4096;
+    RawBuffer out(capacity);
+    InflateStream stream;
+    z_stream& zs = stream.zs;
     zs.next_in = const_cast<Bytef*>(section);
     zs.avail_in = uInt(length);  // the format hands zlib a 32-bit count
     uint64_t used = 0;
     for (;;) {
-        if (used == out.size()) {
-            if (out.size() > kInflateSafetyLimit) {
-                inflateEnd(&zs);
-                throw std::runtime_error("inflateSection: decompression safety limit exceeded");
-            }
-            out.resize(used * 2);
+        if (used == capacity) {
+            if (capacity > safetyLimit) throw std::runtime_error("inflateSection: decompression safety limit exceeded");
+            capacity = used * 2;
+            out.resize(capacity);
         }
         zs.next_out = out.data() + used;
-        const uint64_t room = out.size() - used;
-        zs.avail_out = uInt(room > 0xFFFFFFFFu ? 0xFFFFFFFFu : room);
+        const uint64_t left = capacity - used;
+        const uInt room = uInt(left > 0xFFFFFFFFu ? 0xFFFFFFFFu : left);
+        zs.avail_out = room;
         const int rc = inflate(&zs, Z_NO_FLUSH);
-        if (unsigned(rc) > unsigned(Z_STREAM_END)) {
-            std::string message = std::string("inflate failed: ") + (zs.msg ? zs.msg : "?");
-            inflateEnd(&zs);
-            throw std::runtime_error(message);
-        }
+        if (unsigned(rc) > unsigned(Z_STREAM_END))
+            throw std::runtime_error(std::string("inflate failed: ") + (zs.msg ? zs.msg : "?"));
         used += room - zs.avail_out;
-        if (rc == Z_STREAM_END) {
-            inflateEnd(&zs);
-            out.resize(used);
-            return out;
-        }
+        if (rc == Z_STREAM_END) return std::vector<uint8_t>(out.data(), out.data() + used);
     }
 }
 
