@@ -15,7 +15,15 @@ struct TessMesh {
     std::vector<uint8_t> colors;      // r g b per vertex, as long as positions
 };
 
+// What the triangulation left out, for callers that want to know; the piece
+// itself is the same whether or not this is asked for.
+struct FaceTriangulationReport {
+    bool stopped = false;             // an index list ran out (or memory did): later triangles are missing
+    uint64_t dropped_triangles = 0;   // triangles naming a vertex beyond the piece, left out
+};
+
 // defaultRgb: three bytes, or null for none (white).
-TessMesh appendFaceTriangles(const PRC3DTess& tess, const PRCGlobals& globals, const uint8_t* defaultRgb);
+TessMesh appendFaceTriangles(const PRC3DTess& tess, const PRCGlobals& globals, const uint8_t* defaultRgb,
+                             FaceTriangulationReport* report = nullptr);
 
 }  // namespace prc
