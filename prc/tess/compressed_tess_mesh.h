@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "prc/tess/compressed_tess_normals.h"
 #include "prc/tess/compressed_tess_reading.h"
 
 namespace prc {
@@ -24,8 +25,95 @@ struct CompressedTessResult {
 enum class CompressedTessRun { First, Second, TieRetry };
 
 CompressedTessResult buildCompressedTessMesh(const PRC3DTessCompressed& record, CompressedTessRun* run = nullptr);
+// One run. When it fails, the ties it met before failing are left in
+// *tie_keys_on_error (the retry strategy needs them).
 CompressedTessResult runCompressedTessDecode(const PRC3DTessCompressed& record, bool normalize_fallback_axis,
-                                             int64_t tie_key);
+                                             int64_t tie_key, std::vector<int64_t>* tie_keys_on_error = nullptr);
 bool consumedExactly(const CompressedTessResult& result, const PRC3DTessCompressed& record);
+
+inline uint64_t edgeKey(uint32_t i, uint32_t j) {
+    return i < j ? (uint64_t(i) << 32) | j : (uint64_t(j) << 32) | i;
+}
+
+// An edge waiting for the triangle on its other side, with the frame in which
+// that triangle's new corner is given. A has the smaller point index.
+struct OpenEdge {
+    Vec3 u, v, n;
+    Vec3 m;
+    Corner a, b;
+};
+
+// Open-addressing set of edge keys. Keys are below 2^64 - 1 (both halves would
+// have to be 0xFFFFFFFF), which leaves all ones free as the empty slot.
+class EdgeKeySet {
+public:
+    explicit EdgeKeySet(uint64_t expected = 0);
+    void insert(uint64_t key);
+    bool contains(uint64_t key) const;
+    uint64_t size() const { return size_; }
+
+private:
+    static constexpr uint64_t kEmpty = ~uint64_t(0);
+    uint64_t slot(uint64_t key) const { return (key * 0x9E3779B97F4A7C15ull) >> shift_; }
+    void grow();
+
+    std::vector<uint64_t> slots_;
+    uint64_t mask_ = 0;
+    int shift_ = 64;
+    uint64_t size_ = 0;
+};
+
+// The state of one decoding run.
+class CompressedTessBuilder {
+public:
+    CompressedTessBuilder(const PRC3DTessCompressed& record, bool normalize_fallback_axis, int64_t tie_key);
+
+    // The whole run; tie_keys() stays readable when it throws.
+    CompressedTessResult run();
+
+    // The steps of the run, public so that each can be exercised alone.
+    Vec3 nextPointDelta(uint32_t& index);
+    Corner nextReference();
+    void decodeFirstTriangle();
+    void startChain();
+    void decodeNextTriangle(uint32_t t);
+    OpenEdge edgeFrame(const Corner& c0, const Corner& c1, const Corner& c2, int64_t key);
+    // edgeFrame of two edges, b then a, as two calls would give them.
+    void edgeFrames(const Corner (&b)[3], int64_t key_b, const Corner (&a)[3], int64_t key_a, OpenEdge& eb,
+                    OpenEdge& ea);
+    Basis completeBasis(const Vec3& u) const { return prc::completeBasis(u, normalize_fallback_axis_); }
+    void emitCurrentTriangle();
+
+    const Corner (&current() const)[3] { return c_; }
+    int currentOrientation() const { return current_orientation_; }
+    void setCurrentOrientation(int o) { current_orientation_ = o; }
+    const std::vector<OpenEdge>& openEdges() const { return open_edges_; }
+    const EdgeKeySet& closedEdges() const { return closed_edges_; }
+    const std::vector<int64_t>& tieKeys() const { return tie_keys_; }
+    std::vector<int64_t>& tieKeys() { return tie_keys_; }
+    CompressedTessResult& result() { return result_; }
+
+private:
+    Corner storeNewPoint(const Vec3& p, uint32_t index);
+    Corner newPointFrom(const Vec3& base);
+    bool takeReferenceBit();
+    uint32_t decodableTriangles() const;
+    void checkEdgeCorners(const Corner& c0, const Corner& c1, const Corner& c2) const;
+    void signTest(OpenEdge& e, const Vec3& opposite, int64_t key);
+
+    const PRC3DTessCompressed& record_;
+    bool normalize_fallback_axis_;
+    int64_t tie_key_;
+    std::vector<int64_t> tie_keys_;
+    uint32_t point_count_;
+    uint32_t triangle_count_;
+    Vec3 origin_;
+    CompressedTessResult result_;  // positions double as the builder's points
+    std::vector<OpenEdge> open_edges_;
+    EdgeKeySet closed_edges_;
+    Corner c_[3];
+    int current_orientation_ = 0;
+    CompressedTessNormals normals_;
+};
 
 }  // namespace prc

@@ -1,0 +1,364 @@
+#include "prc/tess/compressed_tess_normals.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+
+namespace prc {
+
+namespace {
+
+[[noreturn]] void fail(const char* what) {
+    throw std::runtime_error(std::string(CompressedTessNormals::kPrefix) + what);
+}
+
+// Start guess: for values of 2 and above (bit 30 is the top exponent bit)
+// halve the unbiased exponent, which lands within a factor of two of the
+// root; smaller values start from themselves. Not positive: 0.
+inline double newtonStart(float q) {
+    uint32_t bits = std::bit_cast<uint32_t>(q);
+    if (bits & 0x40000000u) {
+        const uint32_t exponent = (bits >> 23) & 0xFFu;
+        const uint32_t halved = ((exponent - 127u) >> 1) + 127u;
+        bits = (bits & ~(0xFFu << 23)) | (halved << 23);
+    }
+    const float g = std::bit_cast<float>(bits);
+    return g > 0.0f ? g : 0.0;
+}
+
+// Newton converges in a handful of steps; the cap only stops a two-value
+// oscillation or NaN.
+constexpr int kNewtonSteps = 100;
+
+template <int N>
+void lengthsFromSquares(const float (&q)[N], double (&out)[N]) {
+    double square[N];
+    bool running[N];
+    int left = 0;
+    for (int i = 0; i < N; ++i) {
+        square[i] = q[i];
+        out[i] = newtonStart(q[i]);
+        running[i] = out[i] > 0.0;
+        left += running[i];
+    }
+    for (int step = 0; step < kNewtonSteps && left > 0; ++step) {
+        for (int i = 0; i < N; ++i) {
+            if (running[i]) {
+                const double next = (square[i] / out[i] + out[i]) / 2;
+                if (next == out[i]) {
+                    running[i] = false;
+                    --left;
+                } else {
+                    out[i] = next;
+                }
+            }
+        }
+    }
+}
+
+inline float squaredLength(const Vec3& v) { return static_cast<float>(dot(v, v)); }
+
+}  // namespace
+
+double lengthFromSquare(float q) {
+    const float in[1] = {q};
+    double out[1];
+    lengthsFromSquares(in, out);
+    return out[0];
+}
+
+double vectorLength(const Vec3& v) { return lengthFromSquare(squaredLength(v)); }
+
+void vectorLengths(const Vec3& a, const Vec3& b, double& la, double& lb) {
+    const float in[2] = {squaredLength(a), squaredLength(b)};
+    double out[2];
+    lengthsFromSquares(in, out);
+    la = out[0];
+    lb = out[1];
+}
+
+void vectorLengths(const Vec3& a, const Vec3& b, const Vec3& c, double& la, double& lb, double& lc) {
+    const float in[3] = {squaredLength(a), squaredLength(b), squaredLength(c)};
+    double out[3];
+    lengthsFromSquares(in, out);
+    la = out[0];
+    lb = out[1];
+    lc = out[2];
+}
+
+bool normalizeInPlace(Vec3& v) {
+    const double length = vectorLength(v);
+    if (!usableLength(length)) {
+        return false;
+    }
+    v = divide(v, length);
+    return true;
+}
+
+namespace {
+
+void normalizeIfUsable(Vec3& v) { normalizeInPlace(v); }
+
+}  // namespace
+
+Basis completeBasis(const Vec3& u_in, bool normalize_fallback_axis) {
+    Vec3 u = u_in;
+    if (normalize_fallback_axis) {
+        normalizeIfUsable(u);
+    }
+    // u x (0, 1, 0), written out so that no product with a zero can turn an
+    // infinite component into NaN.
+    Basis b;
+    b.n = {-u.z, 0.0, u.x};
+    if (!normalizeInPlace(b.n)) {
+        // u runs along Y: use u x (1, 0, 0) instead.
+        b.n = {0.0, u.z, -u.y};
+        normalizeIfUsable(b.n);
+    }
+    b.v = cross(b.n, u);
+    normalizeIfUsable(b.v);
+    return b;
+}
+
+double cosApprox(double x) {
+    if (x > kQuarterPi) {
+        const double t = kHalfPi - x;
+        const double t3 = t * t * t;
+        const double t5 = t3 * t * t;
+        return t - t3 / 6 + t5 / 120 - t5 * t * t / 5040;
+    }
+    const double x4 = x * x * x * x;
+    return 1 - 0.5 * (x * x) + x4 / 24 - x4 * x * x / 720;
+}
+
+double sinApprox(double x) {
+    if (x > kQuarterPi) {
+        const double t = kHalfPi - x;
+        const double t2 = t * t;
+        const double t4 = t2 * t * t;
+        return 1 - 0.5 * t2 + t4 / 24 - t4 * t * t / 720;
+    }
+    const double x5 = x * x * x * x * x;
+    return x - x * x * x / 6 + x5 / 120 - x5 * x * x / 5040;
+}
+
+double angleFromRight(Vec3 a, Vec3 b) {
+    double la, lb;
+    vectorLengths(a, b, la, lb);
+    if (usableLength(la)) {
+        a = divide(a, la);
+    }
+    if (usableLength(lb)) {
+        b = divide(b, lb);
+    }
+    const double c = dot(a, b);
+    // acos is too flat near +-1 to tell these apart from parallel anyway.
+    if (c > 0.999999999999 || c < -0.999999999999) {
+        return kHalfPi;
+    }
+    return std::fabs(std::acos(c) - kHalfPi);
+}
+
+void CompressedTessNormals::prepareNormals(const PRC3DTessCompressed& record, uint32_t point_count,
+                                           uint32_t triangle_count, bool normalize_fallback_axis) {
+    record_ = &record;
+    point_count_ = point_count;
+    normalize_fallback_axis_ = normalize_fallback_axis;
+    must_recalculate_ = record.must_recalculate_normals;
+    normal_bits_used_ = 0;
+    normal_angles_used_ = 0;
+    normals_.clear();
+    if (must_recalculate_) {
+        if (record.normal_is_reversed.size() < triangle_count) {
+            fail("normal_is_reversed troppo corto");
+        }
+        normal_is_reversed_ = &record.normal_is_reversed;
+        return;
+    }
+    const uint32_t bits = record.normal_angle_number_of_bits;
+    if (bits == 0 || bits > 16) {
+        fail("normal_angle_number_of_bits fuori intervallo");
+    }
+    angle_quantum_ = kHalfPi / static_cast<double>(static_cast<int32_t>((1u << bits) - 1u));
+
+    // Two angles per normal: the angle array bounds how many normals can exist.
+    normals_.reserve(record.normal_angle_array.size() / 2);
+    vertex_normal_kind_.assign(point_count, 0);
+    vertex_normal_.assign(point_count, 0);
+    normal_lists_.clear();
+
+    int64_t max_face = -1;
+    for (const int32_t f : record.triangle_face_array) {
+        max_face = std::max<int64_t>(max_face, f);
+    }
+    const uint64_t faces = static_cast<uint64_t>(max_face + 1);
+    const uint64_t tracked = std::min<uint64_t>(faces, record.face_has_single_normal.size());
+    face_done_.assign(tracked, 0);
+    face_normal_.assign(tracked, 0);
+}
+
+bool CompressedTessNormals::nextNormalBit() {
+    const BitVector& data = record_->normal_binary_data;
+    if (normal_bits_used_ >= data.size()) {
+        fail("normal_binary_data esaurito");
+    }
+    return data[normal_bits_used_++];
+}
+
+uint32_t CompressedTessNormals::decodeVertexNormal(uint32_t v, const Corner (&c)[3]) {
+    if (v >= point_count_) {
+        fail("vertice fuori intervallo nelle normali");
+    }
+    switch (vertex_normal_kind_[v]) {
+        case 0: {
+            const bool several = nextNormalBit();
+            const bool b1 = nextNormalBit();
+            const bool b2 = nextNormalBit();
+            const bool b3 = nextNormalBit();
+            const uint32_t n = decodeNormal(b1, b2, b3, c);
+            if (several) {
+                vertex_normal_kind_[v] = 2;
+                vertex_normal_[v] = static_cast<uint32_t>(normal_lists_.size());
+                normal_lists_.push_back({n});
+            } else {
+                vertex_normal_kind_[v] = 1;
+                vertex_normal_[v] = n;
+            }
+            return n;
+        }
+        case 1:
+            return vertex_normal_[v];
+        default: {
+            std::vector<uint32_t>& list = normal_lists_[vertex_normal_[v]];
+            if (!nextNormalBit()) {
+                const bool b1 = nextNormalBit();
+                const bool b2 = nextNormalBit();
+                const bool b3 = nextNormalBit();
+                const uint32_t n = decodeNormal(b1, b2, b3, c);
+                list.push_back(n);
+                return n;
+            }
+            const uint64_t k = list.size();
+            if (k == 0) {
+                fail("elenco di normali vuoto");
+            }
+            // Enough bits to count back over the k - 1 older entries.
+            int index_bits = 1;
+            for (uint64_t reach = 1; reach < k - 1; reach <<= 1) {
+                ++index_bits;
+            }
+            uint64_t r = 0;
+            for (int i = 0; i < index_bits; ++i) {
+                r |= static_cast<uint64_t>(nextNormalBit()) << i;
+            }
+            return r >= k ? list.front() : list[k - 1 - r];
+        }
+    }
+}
+
+uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Corner (&c)[3]) {
+    const std::vector<uint16_t>& angles = record_->normal_angle_array;
+    if (angles.size() < 2 || angles.size() - normal_angles_used_ < 2) {
+        fail("normal_angle_array esaurito");
+    }
+    const double alpha = static_cast<int16_t>(angles[normal_angles_used_]) * angle_quantum_;
+    const double beta = static_cast<int16_t>(angles[normal_angles_used_ + 1]) * angle_quantum_;
+    normal_angles_used_ += 2;
+
+    Vec3 normal{0.0, 0.0, 1.0};
+    // The angles are measured in a frame built at the triangle's corner that is
+    // closest to a right angle, the best conditioned of the three.
+    Vec3 u01 = sub(c[1].p, c[0].p);
+    Vec3 u02 = sub(c[2].p, c[0].p);
+    Vec3 u12 = sub(c[2].p, c[1].p);
+    double l01, l02, l12;
+    vectorLengths(u01, u02, u12, l01, l02, l12);
+    const bool frame_ok = usableLength(l01) && usableLength(l02) && usableLength(l12);
+    if (frame_ok) {
+        u01 = divide(u01, l01);
+        u02 = divide(u02, l02);
+        u12 = divide(u12, l12);
+    }
+    if (frame_ok) {
+        const double e0 = angleFromRight(u01, u02);
+        const double e1 = angleFromRight(u12, neg(u01));
+        const double e2 = angleFromRight(neg(u02), neg(u12));
+        Vec3 a;
+        Vec3 z;
+        if (e1 > e0 && e2 > e0) {
+            a = u01;
+            z = cross(u01, u02);
+        } else if (e2 > e1) {
+            a = u12;
+            z = cross(u01, u12);
+        } else {
+            a = neg(u02);
+            z = cross(u02, u12);
+        }
+        if (!normalizeInPlace(z)) {
+            z = completeBasis(a, normalize_fallback_axis_).n;
+        }
+        if (b1) {
+            z = neg(z);
+        }
+        Vec3 y = cross(z, a);
+        if (normalizeInPlace(y)) {
+            if (b2) {
+                a = neg(a);
+            }
+            if (b3) {
+                y = neg(y);
+            }
+            const double c1 = cosApprox(alpha);
+            const double s1 = sinApprox(alpha);
+            const double c2 = cosApprox(beta);
+            const double s2 = sinApprox(beta);
+            const double ca = c1 * c2;
+            const double sa = s1 * c2;
+            Vec3 candidate{ca * a.x + sa * y.x + s2 * z.x, ca * a.y + sa * y.y + s2 * z.y,
+                           ca * a.z + sa * y.z + s2 * z.z};
+            if (normalizeInPlace(candidate)) {
+                normal = candidate;
+            }
+        }
+    }
+    normals_.push_back(normal);
+    return static_cast<uint32_t>(normals_.size() - 1);
+}
+
+int CompressedTessNormals::orientationFromNormals(uint32_t t, const Corner (&c)[3], int64_t tie_key,
+                                                  std::vector<int64_t>& tie_keys) {
+    uint32_t n;
+    const BitVector& single = record_->face_has_single_normal;
+    const int32_t f = record_->triangle_face_array[t];
+    if (!single.empty() && f >= 0 && static_cast<uint64_t>(f) < single.size() && single[f]) {
+        if (static_cast<uint64_t>(f) >= face_done_.size()) {
+            fail("indice di faccia fuori intervallo");
+        }
+        if (!face_done_[f]) {
+            n = decodeVertexNormal(c[0].index, c);
+            face_done_[f] = 1;
+            face_normal_[f] = n;
+        } else {
+            n = face_normal_[f];
+        }
+    } else {
+        n = decodeVertexNormal(c[0].index, c);
+        decodeVertexNormal(c[1].index, c);
+        decodeVertexNormal(c[2].index, c);
+    }
+    const Vec3& normal = normals_[n];
+    const Vec3 a = sub(c[1].p, c[0].p);
+    const Vec3 b = sub(c[2].p, midpoint(c[0].p, c[1].p));
+    const double d = dot(cross(b, a), normal);
+    if (d == 0.0) {
+        const int64_t key = 4 * static_cast<int64_t>(t) + 2;
+        tie_keys.push_back(key);
+        return key == tie_key ? 1 : 0;
+    }
+    return d < 0.0 ? 1 : 0;
+}
+
+}  // namespace prc

@@ -1,0 +1,124 @@
+#pragma once
+// Vector arithmetic of the compressed-mesh traversal and the decoding of its
+// normals, which decide the orientation of every triangle.
+//
+// Every formula here is evaluated in one fixed order and grouping: a triangle
+// whose orientation comes out the other way sends the traversal down another
+// edge, so a last-bit difference corrupts the rest of the mesh.
+
+#include <cstdint>
+#include <vector>
+
+#include "prc/tess/compressed_tess_reading.h"
+
+namespace prc {
+
+struct Vec3 {
+    double x = 0.0, y = 0.0, z = 0.0;
+};
+
+// A corner of a triangle: the point's coordinates as they were when the corner
+// was taken, and its point index.
+struct Corner {
+    Vec3 p;
+    uint32_t index = 0;
+};
+
+// The 32-bit float epsilon: shorter vectors count as having no direction.
+constexpr double kLengthEpsilon = 1.1920928955078125e-7;
+constexpr double kHalfPi = 1.5707963267948966;
+constexpr double kQuarterPi = 0.7853981633974483;
+
+inline Vec3 add(const Vec3& a, const Vec3& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+inline Vec3 sub(const Vec3& a, const Vec3& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
+inline Vec3 neg(const Vec3& a) { return {-a.x, -a.y, -a.z}; }
+inline Vec3 midpoint(const Vec3& a, const Vec3& b) { return {(a.x + b.x) / 2, (a.y + b.y) / 2, (a.z + b.z) / 2}; }
+inline double dot(const Vec3& a, const Vec3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+inline Vec3 cross(const Vec3& a, const Vec3& b) {
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+inline Vec3 divide(const Vec3& v, double s) { return {v.x / s, v.y / s, v.z / s}; }
+
+// A length usable as a divisor: positive (which also rules out NaN) and not
+// below the epsilon.
+inline bool usableLength(double length) { return length > 0.0 && !(length < kLengthEpsilon); }
+
+// Square root by Newton iteration from a bit-level start guess on the squared
+// length rounded to a 32-bit float. Returns 0 when the start guess is not
+// positive (zero, negative or NaN), so that the result counts as unusable.
+double lengthFromSquare(float q);
+// lengthFromSquare of v.v, the dot product taken in doubles.
+double vectorLength(const Vec3& v);
+// vectorLength of two or three independent vectors at once: the same
+// operations, with their Newton chains interleaved so that the divisions
+// overlap (the chains are long, and each step waits for the one before).
+void vectorLengths(const Vec3& a, const Vec3& b, double& la, double& lb);
+void vectorLengths(const Vec3& a, const Vec3& b, const Vec3& c, double& la, double& lb, double& lc);
+// Divides v by its length when usableLength holds; false leaves v unchanged.
+bool normalizeInPlace(Vec3& v);
+
+struct Basis {
+    Vec3 v, n;
+};
+// Two axes completing u to a frame, from the world Y axis (or the X axis when u
+// is parallel to Y). With normalize_fallback_axis u is normalised first.
+Basis completeBasis(const Vec3& u, bool normalize_fallback_axis);
+
+// Polynomial approximations: Taylor series around 0, or around pi/2 above pi/4.
+double cosApprox(double x);
+double sinApprox(double x);
+// |angle between a and b - pi/2|, pi/2 for (anti)parallel vectors.
+double angleFromRight(Vec3 a, Vec3 b);
+
+// The normal state of one decoding run.
+class CompressedTessNormals {
+public:
+    static constexpr const char* kPrefix = "buildCompressedTessMesh: ";
+
+    // Checks the arrays the run cannot do without and sizes the per-point and
+    // per-face state.
+    void prepareNormals(const PRC3DTessCompressed& record, uint32_t point_count, uint32_t triangle_count,
+                        bool normalize_fallback_axis);
+
+    // 1 keeps the corners' order, 0 swaps C1 and C2. A product of exactly 0
+    // is a tie: its key 4t + 2 is recorded, and tie_key picks the other side.
+    int triangleOrientation(uint32_t t, const Corner (&c)[3], int64_t tie_key, std::vector<int64_t>& tie_keys) {
+        if (must_recalculate_) {
+            return (*normal_is_reversed_)[t] ? 1 : 0;
+        }
+        return orientationFromNormals(t, c, tie_key, tie_keys);
+    }
+
+    uint32_t decodeVertexNormal(uint32_t v, const Corner (&c)[3]);
+    uint32_t decodeNormal(bool b1, bool b2, bool b3, const Corner (&c)[3]);
+    bool nextNormalBit();
+
+    const std::vector<Vec3>& normals() const { return normals_; }
+    double angleQuantum() const { return angle_quantum_; }
+    uint32_t normalBitsUsed() const { return normal_bits_used_; }
+    uint32_t normalAnglesUsed() const { return normal_angles_used_; }
+
+private:
+    int orientationFromNormals(uint32_t t, const Corner (&c)[3], int64_t tie_key, std::vector<int64_t>& tie_keys);
+
+    const PRC3DTessCompressed* record_ = nullptr;
+    bool must_recalculate_ = false;
+    bool normalize_fallback_axis_ = false;
+    const BitVector* normal_is_reversed_ = nullptr;
+    uint32_t point_count_ = 0;
+    double angle_quantum_ = 0.0;
+    std::vector<Vec3> normals_;
+    // Per point: 0 no normal yet, 1 one normal (vertex_normal_ holds it), 2 a
+    // list (vertex_normal_ holds the list's position in normal_lists_).
+    std::vector<uint8_t> vertex_normal_kind_;
+    std::vector<uint32_t> vertex_normal_;
+    std::vector<std::vector<uint32_t>> normal_lists_;
+    // Only faces below face_has_single_normal's length can be asked for, so the
+    // face state never outgrows that array, whatever the face indices claim.
+    std::vector<uint8_t> face_done_;
+    std::vector<uint32_t> face_normal_;
+    uint32_t normal_bits_used_ = 0;
+    uint32_t normal_angles_used_ = 0;
+};
+
+}  // namespace prc

@@ -1,0 +1,180 @@
+// The numeric building blocks of the compressed-mesh traversal, pinned to
+// values worked out from their definitions (not from this code): the
+// float-rounded Newton square root, the polynomial cosine and sine, the
+// right-angle distance, the fallback frames and the edge frames.
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+
+#include "prc/tess/compressed_tess_mesh.h"
+#include "prc/tess/compressed_tess_normals.h"
+
+namespace prc {
+namespace {
+
+float floatFromBits(uint32_t bits) { return std::bit_cast<float>(bits); }
+
+TEST(CompressedTessNumeric, VectorLengthRoundsTheSquareToFloatAndStopsAtTheNewtonFixedPoint) {
+    // q = 2 has bit 30 set: the start value is 1.0 (exponent 128 -> 127), and
+    // Newton settles one ulp below the correctly rounded root of 2.
+    EXPECT_EQ(vectorLength({1.0, 1.0, 0.0}), 1.414213562373095);
+    EXPECT_NE(vectorLength({1.0, 1.0, 0.0}), std::sqrt(2.0));
+    // Just below 2 (bit 30 clear, q itself is the start) and just above.
+    EXPECT_EQ(lengthFromSquare(floatFromBits(0x3FFFFFFF)), 1.4142135202262458);
+    EXPECT_EQ(lengthFromSquare(floatFromBits(0x40000001)), 1.4142136466667896);
+    // 4: the start value 2 is already the fixed point.
+    EXPECT_EQ(vectorLength({2.0, 0.0, 0.0}), 2.0);
+    EXPECT_EQ(vectorLength({3.0, 4.0, 0.0}), 5.0);
+    // 1 + 1e-10 is 1 as a float: the length is exactly 1.
+    EXPECT_EQ(vectorLength({1.0, 1e-5, 0.0}), 1.0);
+    // A large value: the halved exponent starts near the root; the result is
+    // the Newton fixed point, below the correctly rounded root.
+    EXPECT_EQ(vectorLength({1e15, 0.0, 0.0}), 1000000007523733.0);
+}
+
+TEST(CompressedTessNumeric, VectorLengthOfZeroNegativeAndNaNIsNotUsable) {
+    EXPECT_FALSE(usableLength(vectorLength({0.0, 0.0, 0.0})));
+    EXPECT_EQ(lengthFromSquare(0.0f), 0.0);
+    EXPECT_EQ(lengthFromSquare(-4.0f), 0.0);  // start value -2
+    EXPECT_EQ(lengthFromSquare(-0.5f), 0.0);
+    EXPECT_FALSE(usableLength(lengthFromSquare(std::numeric_limits<float>::quiet_NaN())));
+    EXPECT_FALSE(usableLength(vectorLength({std::nan(""), 0.0, 0.0})));
+    // Overflowing the float square gives infinity, then NaN: not usable.
+    EXPECT_FALSE(usableLength(vectorLength({1e20, 0.0, 0.0})));
+    // Below the float epsilon: a length, but too short to divide by.
+    const double tiny = vectorLength({1e-8, 0.0, 0.0});
+    EXPECT_GT(tiny, 0.0);
+    EXPECT_FALSE(usableLength(tiny));
+    Vec3 v{1e-8, 0.0, 0.0};
+    EXPECT_FALSE(normalizeInPlace(v));
+    EXPECT_EQ(v.x, 1e-8);
+}
+
+TEST(CompressedTessNumeric, PolynomialCosineAndSineOnBothBranches) {
+    EXPECT_EQ(cosApprox(0.0), 1.0);
+    EXPECT_EQ(sinApprox(0.0), 0.0);
+    // Below pi/4: Taylor series at 0.
+    EXPECT_EQ(cosApprox(0.5), 0.8775824652777777);
+    EXPECT_EQ(sinApprox(0.5), 0.479425533234127);
+    EXPECT_EQ(sinApprox(-0.5), -0.479425533234127);
+    // pi/4 itself is not above pi/4: still the series at 0, which is why the
+    // two values differ in the sixth digit.
+    EXPECT_EQ(cosApprox(kQuarterPi), 0.7071032148228457);
+    EXPECT_EQ(sinApprox(kQuarterPi), 0.7071064695751781);
+    // Above pi/4: the series around pi/2.
+    EXPECT_EQ(cosApprox(1.0), 0.5403022881962927);
+    EXPECT_EQ(sinApprox(1.0), 0.84147070635119);
+    EXPECT_EQ(cosApprox(kHalfPi), 0.0);
+    EXPECT_EQ(sinApprox(kHalfPi), 1.0);
+}
+
+TEST(CompressedTessNumeric, AngleFromRight) {
+    EXPECT_EQ(angleFromRight({1, 0, 0}, {0, 3, 0}), 0.0);
+    EXPECT_EQ(angleFromRight({1, 0, 0}, {1, 1, 0}), 0.7853981633974483);
+    EXPECT_EQ(angleFromRight({2, 0, 0}, {1, std::sqrt(3.0), 0}), 0.5235987755982987);
+    // (Anti)parallel vectors are as far from a right angle as can be.
+    EXPECT_EQ(angleFromRight({1, 0, 0}, {-2, 0, 0}), kHalfPi);
+    EXPECT_EQ(angleFromRight({1, 0, 0}, {5, 1e-7, 0}), kHalfPi);
+    // A vector too short to normalise is used as it is: the cosine stays
+    // about 1e-9 instead of becoming cos(pi/4).
+    EXPECT_NEAR(angleFromRight({1e-9, 1e-9, 0}, {1, 0, 0}), 1e-9, 1e-15);
+}
+
+TEST(CompressedTessNumeric, CompleteBasisFromYOrXAxis) {
+    Basis b = completeBasis({1, 0, 0}, false);
+    EXPECT_EQ(b.v.x, 0.0);
+    EXPECT_EQ(b.v.y, 1.0);
+    EXPECT_EQ(b.v.z, 0.0);
+    EXPECT_EQ(b.n.x, 0.0);
+    EXPECT_EQ(b.n.y, 0.0);
+    EXPECT_EQ(b.n.z, 1.0);
+    // Along Y, u x Y vanishes and u x X is used: N = (0, uz, -uy).
+    b = completeBasis({0, 1, 0}, false);
+    EXPECT_EQ(b.n.y, 0.0);
+    EXPECT_EQ(b.n.z, -1.0);
+    EXPECT_EQ(b.v.x, 1.0);  // N x U = (0,0,-1) x (0,1,0)
+    // An axis of length 3 gives the same unit axes whether or not it is
+    // normalised first: the fallback axes are normalised on their own.
+    const Basis raw = completeBasis({0, 0, 3}, false);
+    const Basis unit = completeBasis({0, 0, 3}, true);
+    EXPECT_EQ(raw.n.x, -1.0);
+    EXPECT_EQ(unit.n.x, -1.0);
+    EXPECT_EQ(raw.v.y, 1.0);  // (-1,0,0) x (0,0,3) = (0,3,0), normalised
+    EXPECT_EQ(unit.v.y, 1.0);
+    // A zero axis leaves both axes zero (nothing can be normalised).
+    b = completeBasis({0, 0, 0}, false);
+    EXPECT_EQ(b.n.x, 0.0);
+    EXPECT_EQ(b.v.y, 0.0);
+}
+
+PRC3DTessCompressed recordWithPoints(uint32_t points) {
+    PRC3DTessCompressed r;
+    r.tolerance = 1.0;
+    r.point_array.assign(3 * points, 0);
+    r.triangle_face_array.assign(1, 0);
+    r.must_recalculate_normals = true;
+    r.normal_is_reversed.assign(1, false);
+    return r;
+}
+
+TEST(CompressedTessNumeric, EdgeFramePointsVTowardsTheOppositeCornerAndFlipsOnTies) {
+    const PRC3DTessCompressed r = recordWithPoints(4);
+    CompressedTessBuilder builder(r, false, 9);
+    const Corner c0{{0, 0, 0}, 0};
+    const Corner c1{{2, 0, 0}, 1};
+    // Opposite corner above the edge: U = (c0 - c1) / 2 = (-1, 0, 0),
+    // N = (c2 - M) x U = (0, 0, 1), V = N x U = (0, -1, 0); (M - c2).V = 1 > 0
+    // flips both, so V points to the opposite corner.
+    OpenEdge e = builder.edgeFrame(c0, c1, {{1, 1, 0}, 2}, 4);
+    EXPECT_EQ(e.m.x, 1.0);
+    EXPECT_EQ(e.u.x, -1.0);
+    EXPECT_EQ(e.v.y, 1.0);
+    EXPECT_EQ(e.n.z, -1.0);
+    EXPECT_EQ(e.a.index, 0u);
+    EXPECT_EQ(e.b.index, 1u);
+    EXPECT_TRUE(builder.tieKeys().empty());
+
+    // Opposite corner on the edge's midpoint: N cannot be normalised, the
+    // fallback frame of U = (-1, 0, 0) is N = (0, 0, -1), V = (0, 1, 0), and
+    // (M - c2).V = 0 is a tie: recorded, the frame kept...
+    e = builder.edgeFrame(c0, c1, {{1, 0, 0}, 2}, 8);
+    EXPECT_EQ(e.v.y, 1.0);
+    EXPECT_EQ(e.n.z, -1.0);
+    ASSERT_EQ(builder.tieKeys().size(), 1u);
+    EXPECT_EQ(builder.tieKeys()[0], 8);
+    // ...unless the key is the run's tie key, which flips it.
+    e = builder.edgeFrame(c0, c1, {{1, 0, 0}, 2}, 9);
+    EXPECT_EQ(e.v.y, -1.0);
+    EXPECT_EQ(e.n.z, 1.0);
+    EXPECT_EQ(builder.tieKeys().size(), 2u);
+
+    // Coincident corners: the fixed frame X, Y, Z, no sign test, no tie.
+    e = builder.edgeFrame(c0, {{0, 0, 0}, 1}, {{5, 5, 5}, 2}, 12);
+    EXPECT_EQ(e.u.x, 1.0);
+    EXPECT_EQ(e.v.y, 1.0);
+    EXPECT_EQ(e.n.z, 1.0);
+    EXPECT_EQ(builder.tieKeys().size(), 2u);
+
+    // Any corner index beyond the points fails.
+    EXPECT_THROW(builder.edgeFrame(c0, {{2, 0, 0}, 4}, {{1, 1, 0}, 2}, 0), std::runtime_error);
+}
+
+TEST(CompressedTessNumeric, EdgeKeySetGrowsAndKeepsEveryKey) {
+    EdgeKeySet set(4);
+    for (uint64_t i = 0; i < 5000; ++i) {
+        set.insert(edgeKey(static_cast<uint32_t>(i * 7), static_cast<uint32_t>(i)));
+        set.insert(edgeKey(static_cast<uint32_t>(i), static_cast<uint32_t>(i * 7)));  // same key
+    }
+    EXPECT_EQ(set.size(), 5000u);
+    for (uint64_t i = 0; i < 5000; ++i) {
+        EXPECT_TRUE(set.contains(edgeKey(static_cast<uint32_t>(i), static_cast<uint32_t>(i * 7))));
+    }
+    EXPECT_FALSE(set.contains(edgeKey(1, 2)));
+    EXPECT_EQ(edgeKey(3, 1), (uint64_t(1) << 32) + 3);
+}
+
+}  // namespace
+}  // namespace prc

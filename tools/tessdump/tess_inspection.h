@@ -1,0 +1,120 @@
+#pragma once
+// What the tessellation dump checks, kept in a header so that the corpus
+// tests assert exactly what the tool reports.
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "prc/io/inflate_section.h"
+#include "prc/io/prc_header.h"
+#include "prc/tess/compressed_tess_mesh.h"
+#include "prc/tess/tessellation_section.h"
+
+namespace tessdump {
+
+// Edge statistics of a triangle list. A correctly decoded CAD mesh is closed
+// or nearly so, and consistently wound: every interior edge is used once in
+// each direction.
+struct EdgeStats {
+    uint64_t boundary_edges = 0;        // undirected edges of exactly one triangle
+    uint64_t same_direction_edges = 0;  // directed edges used by more than one triangle
+    uint64_t collapsed_triangles = 0;   // a point index repeated in one triangle
+};
+
+inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles) {
+    std::vector<uint64_t> directed;
+    directed.reserve(triangles.size());
+    EdgeStats stats;
+    for (size_t t = 0; t + 2 < triangles.size(); t += 3) {
+        const uint32_t c[3] = {triangles[t], triangles[t + 1], triangles[t + 2]};
+        if (c[0] == c[1] || c[1] == c[2] || c[0] == c[2]) {
+            ++stats.collapsed_triangles;
+            continue;
+        }
+        for (int k = 0; k < 3; ++k) {
+            directed.push_back((uint64_t(c[k]) << 32) | c[(k + 1) % 3]);
+        }
+    }
+    std::sort(directed.begin(), directed.end());
+    std::vector<uint64_t> undirected;
+    undirected.reserve(directed.size());
+    for (size_t i = 0; i < directed.size(); ++i) {
+        if (i > 0 && directed[i] == directed[i - 1]) {
+            // Count each repeated directed edge once.
+            if (i == 1 || directed[i - 2] != directed[i]) {
+                ++stats.same_direction_edges;
+            }
+        }
+        const uint32_t a = uint32_t(directed[i] >> 32);
+        const uint32_t b = uint32_t(directed[i]);
+        undirected.push_back(a < b ? (uint64_t(a) << 32) | b : (uint64_t(b) << 32) | a);
+    }
+    std::sort(undirected.begin(), undirected.end());
+    for (size_t i = 0; i < undirected.size();) {
+        size_t j = i;
+        while (j < undirected.size() && undirected[j] == undirected[i]) {
+            ++j;
+        }
+        stats.boundary_edges += (j - i == 1);
+        i = j;
+    }
+    return stats;
+}
+
+struct RecordReport {
+    uint32_t file_structure = 0;
+    uint32_t index = 0;            // position in the file structure's compressed list
+    uint64_t triangles = 0;
+    std::string run;               // "first", "second", "tie" or "error"
+    std::string error;
+    bool consumed_exactly = false;
+    EdgeStats edges;
+};
+
+// The compressed records of one file structure, read from its tessellation
+// section (section 3, bounded by offsets 3 and 4).
+inline std::vector<prc::PRC3DTessCompressed> readCompressedRecords(const uint8_t* data, uint64_t size,
+                                                                   const prc::FileStructureDescriptor& fs,
+                                                                   std::string* error) {
+    std::vector<prc::PRC3DTessCompressed> records;
+    try {
+        if (fs.offsets.size() < 5 || fs.offsets[4] < fs.offsets[3] || fs.offsets[4] > size) {
+            throw std::runtime_error("no tessellation section");
+        }
+        const uint64_t head = prc::readFileStructureHeader(data, size, fs.offsets[0]);
+        const uint32_t minimal = uint32_t(head);
+        const uint32_t authoring = uint32_t(head >> 32);
+        const std::vector<uint8_t> section =
+            prc::inflateSection(data + fs.offsets[3], uint64_t(fs.offsets[4]) - fs.offsets[3]);
+        prc::readFileStructureTessellation(section.data(), section.size(), minimal, authoring, records, nullptr);
+    } catch (const std::exception& e) {
+        if (error != nullptr) {
+            *error = e.what();
+        }
+    }
+    return records;
+}
+
+inline RecordReport inspectRecord(const prc::PRC3DTessCompressed& record) {
+    RecordReport report;
+    try {
+        prc::CompressedTessRun run = prc::CompressedTessRun::First;
+        const prc::CompressedTessResult result = prc::buildCompressedTessMesh(record, &run);
+        report.run = run == prc::CompressedTessRun::First    ? "first"
+                     : run == prc::CompressedTessRun::Second ? "second"
+                                                             : "tie";
+        report.triangles = result.triangles.size() / 3;
+        report.consumed_exactly = prc::consumedExactly(result, record);
+        report.edges = edgeStats(result.triangles);
+    } catch (const std::exception& e) {
+        report.run = "error";
+        report.error = e.what();
+    }
+    return report;
+}
+
+}  // namespace tessdump
