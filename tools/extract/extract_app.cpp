@@ -1,0 +1,417 @@
+#include "tools/extract/extract_app.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tools/extract/input_models.h"
+#include "tools/extract/model_result.h"
+#include "tools/extract/preview_render.h"
+#include "tools/extract/report.h"
+
+#ifndef MESHDRONE_VERSION
+#define MESHDRONE_VERSION "0"
+#endif
+
+namespace extract {
+
+namespace {
+
+constexpr const char* kProgram = "meshdrone-extract";
+constexpr uint32_t kMaxPictureSide = 8192;
+
+bool parseUnsigned(const std::string& text, uint64_t max, uint64_t* value) {
+    if (text.empty()) return false;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), *value);
+    return result.ec == std::errc() && result.ptr == text.data() + text.size() && *value <= max;
+}
+
+bool parseSeconds(const std::string& text, double* value) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    *value = std::strtod(text.c_str(), &end);
+    // Up to a day: a longer limit is no limit at all in practice.
+    return end == text.c_str() + text.size() && std::isfinite(*value) && *value >= 0 && *value <= 86400;
+}
+
+bool parseSize(const std::string& text, uint32_t* width, uint32_t* height) {
+    const size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) return false;
+    uint64_t w = 0, h = 0;
+    if (!parseUnsigned(text.substr(0, x), kMaxPictureSide, &w) || !parseUnsigned(text.substr(x + 1), kMaxPictureSide, &h))
+        return false;
+    if (w == 0 || h == 0) return false;
+    *width = static_cast<uint32_t>(w);
+    *height = static_cast<uint32_t>(h);
+    return true;
+}
+
+std::string baseName(const std::string& path) {
+    const size_t slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// True when both paths name the same existing file.
+bool sameFile(const std::string& a, const std::string& b) {
+    struct stat first, second;
+    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev &&
+           first.st_ino == second.st_ino;
+}
+
+std::string plural(uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+// A line on standard error that rewrites itself, shown only on a terminal.
+class ProgressLine {
+public:
+    explicit ProgressLine(bool enabled) : enabled_(enabled) {}
+    void show(const std::string& what, double seconds) {
+        // Quick models finish without a flicker of text.
+        if (!enabled_ || seconds < 0.5) return;
+        std::fprintf(stderr, "\r%s: %s: decoding, %.1f s\033[K", kProgram, what.c_str(), seconds);
+        std::fflush(stderr);
+        shown_ = true;
+    }
+    void clear() {
+        if (!shown_) return;
+        std::fprintf(stderr, "\r\033[K");
+        std::fflush(stderr);
+        shown_ = false;
+    }
+
+private:
+    bool enabled_;
+    bool shown_ = false;
+};
+
+}  // namespace
+
+std::string helpText() {
+    return std::string("Usage: ") + kProgram + R"( [OPTIONS] INPUT
+
+Exports the 3D models of a PDF, or of a raw PRC file, as mesh files, draws a
+preview picture of them, or describes them. INPUT is told apart by its content.
+Every PRC model of the PDF's 3D annotations is decoded by the meshdrone worker,
+run in a process of its own with a time and a memory limit, exactly as a PDF
+viewer runs it. U3D models are reported but not read.
+
+Output:
+  -o, --output FILE    the model file to write (default: INPUT's file name with
+                       the format's extension, in the current directory). When
+                       the input holds several 3D annotations, each model's file
+                       gets -p<page>-a<annotation> before the extension, e.g.
+                       -o car.glb writes car-p1-a1.glb, car-p1-a2.glb, ...
+                       (annotations counted from 1 among the page's 3D ones)
+  -f, --format FORMAT  glb (glTF 2.0 binary: a node per part with its name and
+                       place in the part tree, vertex colours; the default),
+                       obj (vertex colours, one object per part), ply (binary,
+                       vertex colours) or stl (binary). Without it the
+                       extension of -o chooses.
+      --png FILE       also draw a preview picture: isometric view, flat shaded,
+                       in the model's colours; named like -o for several models
+      --size WxH       size of the picture (default 512x512, at most 8192)
+      --up z|y         the model's up axis (default z, as CAD models are); the
+                       glTF file and the picture are turned upright to match
+      --info           describe the input instead: pages with 3D annotations,
+                       each model's outcome, counts, part tree, bounding box,
+                       PRC versions. Model files are then written only when -o
+                       or -f is given, pictures when --png is.
+      --json           with --info: the description as JSON
+  -q, --quiet          report only errors
+
+Worker:
+      --worker PATH    the meshdrone worker (default: the one beside this
+                       program, else the first on PATH)
+      --timeout SECONDS  time limit per model (default 30; 0: none)
+      --memory MB      address-space limit of the worker (default 2048; 0: none)
+
+  -h, --help           show this text
+      --version        show the version
+
+Exit status:
+  0  every 3D model was decoded, and its files written
+  1  some models failed (each one is reported on standard error with its page
+     and annotation); the others were written
+  2  bad usage
+  3  the input holds no 3D annotation
+  4  the input cannot be read: missing, damaged beyond repair, or neither a
+     PDF nor a PRC file
+  5  an output file could not be written (it is not left half written)
+)";
+}
+
+ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
+    ParsedCommandLine parsed;
+    Options& o = parsed.options;
+    const auto error = [&](const std::string& text) {
+        parsed.action = ParsedCommandLine::Action::Error;
+        parsed.error = text;
+        return parsed;
+    };
+    bool onlyOperands = false;
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        std::string arg = arguments[i];
+        if (onlyOperands || arg == "-" || arg.empty() || arg[0] != '-') {
+            if (!o.input.empty()) return error("one input file only (got '" + o.input + "' and '" + arg + "')");
+            o.input = arg;
+            continue;
+        }
+        if (arg == "--") {
+            onlyOperands = true;
+            continue;
+        }
+        std::string value;
+        bool hasInlineValue = false;
+        if (arg.rfind("--", 0) == 0) {
+            const size_t equals = arg.find('=');
+            if (equals != std::string::npos) {
+                value = arg.substr(equals + 1);
+                arg = arg.substr(0, equals);
+                hasInlineValue = true;
+            }
+        }
+        const auto takeValue = [&](std::string* out) {
+            if (hasInlineValue) {
+                *out = value;
+                return true;
+            }
+            if (i + 1 >= arguments.size()) return false;
+            *out = arguments[++i];
+            return true;
+        };
+        const auto noValue = [&] { return !hasInlineValue; };
+        std::string v;
+        if (arg == "-h" || arg == "--help") {
+            if (!noValue()) return error("option " + arg + " takes no value");
+            parsed.action = ParsedCommandLine::Action::Help;
+            return parsed;
+        } else if (arg == "--version") {
+            if (!noValue()) return error("option " + arg + " takes no value");
+            parsed.action = ParsedCommandLine::Action::Version;
+            return parsed;
+        } else if (arg == "-q" || arg == "--quiet") {
+            if (!noValue()) return error("option " + arg + " takes no value");
+            o.quiet = true;
+        } else if (arg == "--info") {
+            if (!noValue()) return error("option " + arg + " takes no value");
+            o.info = true;
+        } else if (arg == "--json") {
+            if (!noValue()) return error("option " + arg + " takes no value");
+            o.json = true;
+        } else if (arg == "-o" || arg == "--output") {
+            if (!takeValue(&v) || v.empty()) return error("option " + arg + " needs a file name");
+            o.output = v;
+        } else if (arg == "-f" || arg == "--format") {
+            if (!takeValue(&v)) return error("option " + arg + " needs a format: glb, obj, ply or stl");
+            o.format = meshFormatFromName(v);
+            if (!o.format) return error("unknown format '" + v + "': use glb, obj, ply or stl");
+        } else if (arg == "--png") {
+            if (!takeValue(&v) || v.empty()) return error("option --png needs a file name");
+            o.png = v;
+        } else if (arg == "--size") {
+            if (!takeValue(&v) || !parseSize(v, &o.width, &o.height))
+                return error("option --size needs WIDTHxHEIGHT, each from 1 to 8192 (e.g. 800x600)");
+        } else if (arg == "--up") {
+            if (!takeValue(&v) || (v != "z" && v != "y")) return error("option --up needs z or y");
+            o.up = v == "z" ? UpAxis::Z : UpAxis::Y;
+        } else if (arg == "--worker") {
+            if (!takeValue(&v) || v.empty()) return error("option --worker needs the worker's path");
+            o.worker = v;
+        } else if (arg == "--timeout") {
+            if (!takeValue(&v) || !parseSeconds(v, &o.limits.timeout_seconds))
+                return error("option --timeout needs seconds from 0 (no limit) to 86400");
+        } else if (arg == "--memory") {
+            uint64_t mb = 0;
+            // Up to 1 TiB; the limit is on address space, not on what is used.
+            if (!takeValue(&v) || !parseUnsigned(v, uint64_t{1} << 20, &mb))
+                return error("option --memory needs megabytes from 0 (no limit) to 1048576");
+            o.limits.memory_mb = mb;
+        } else {
+            return error("unknown option '" + arg + "'");
+        }
+    }
+    if (o.input.empty()) return error("no input file given");
+    if (o.json && !o.info) return error("--json goes with --info");
+    return parsed;
+}
+
+std::string numberedOutputName(const std::string& base, bool several, uint32_t page, uint32_t annotation) {
+    if (!several) return base;
+    const std::string suffix = "-p" + std::to_string(page) + "-a" + std::to_string(annotation);
+    const size_t slash = base.find_last_of('/');
+    const size_t dot = base.find_last_of('.');
+    // A leading dot (".hidden") starts a name, not an extension.
+    const size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+    if (dot == std::string::npos || dot <= nameStart) return base + suffix;
+    return base.substr(0, dot) + suffix + base.substr(dot);
+}
+
+std::string defaultOutputName(const std::string& input, const char* extension) {
+    std::string name = baseName(input);
+    const size_t dot = name.find_last_of('.');
+    if (dot != std::string::npos && dot > 0) name.resize(dot);
+    if (name.empty()) name = "model";
+    return name + extension;
+}
+
+int runExtract(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const ParsedCommandLine parsed = parseCommandLine(arguments);
+    switch (parsed.action) {
+        case ParsedCommandLine::Action::Help: std::fputs(helpText().c_str(), stdout); return kExitDone;
+        case ParsedCommandLine::Action::Version: std::printf("%s %s\n", kProgram, MESHDRONE_VERSION); return kExitDone;
+        case ParsedCommandLine::Action::Error:
+            std::fprintf(stderr, "%s: %s\nTry '%s --help' for more information.\n", kProgram, parsed.error.c_str(),
+                         kProgram);
+            return kExitUsage;
+        case ParsedCommandLine::Action::Run: break;
+    }
+    const Options& o = parsed.options;
+    const auto complain = [&](const std::string& text) { std::fprintf(stderr, "%s: %s\n", kProgram, text.c_str()); };
+
+    InputModels input;
+    try {
+        input = readInputModels(o.input);
+    } catch (const std::exception& e) {
+        complain(e.what());
+        return kExitBadInput;
+    }
+
+    Report report;
+    report.input_path = o.input;
+    report.input_bytes = input.file_bytes;
+    report.kind = input.kind;
+    report.pdf_version = input.pdf_version;
+    report.page_count = input.page_count;
+    report.warnings = input.warnings;
+    if (!o.info && !o.quiet && !input.warnings.empty()) {
+        complain("warning: " + o.input + ": the PDF is damaged; the reader worked around " +
+                 plural(input.warnings.size(), "problem", "problems") + " (first: " + input.warnings.front() + ")");
+    }
+
+    const bool writeModels = !o.info || !o.output.empty() || o.format.has_value();
+    MeshFormat format = MeshFormat::Glb;
+    if (o.format) {
+        format = *o.format;
+    } else if (auto fromName = meshFormatFromExtension(o.output)) {
+        format = *fromName;
+    }
+    const std::string outputBase = o.output.empty() ? defaultOutputName(o.input, meshFormatExtension(format)) : o.output;
+    const std::string worker = o.worker.empty() ? findDefaultWorker() : o.worker;
+    const bool several = input.models.size() > 1;
+    ProgressLine progress(!o.quiet && ::isatty(STDERR_FILENO));
+    bool anyFailed = false, anyWriteFailed = false;
+
+    for (ModelSource& source : input.models) {
+        ModelResult result;
+        result.stream_bytes = source.bytes.size();
+        const std::vector<uint8_t> bytes = std::move(source.bytes);
+        source.bytes = {};
+        result.source = source;
+        const std::string where = o.input + ": " + describeSource(result.source);
+
+        switch (source.kind) {
+            case StreamKind::Prc:
+                result.prc = peekPrcHeader(bytes);
+                if (worker.empty()) {
+                    result.outcome = Outcome::WorkerFailed;
+                    result.message = "cannot find the meshdrone worker beside this program or on PATH; "
+                                     "give its path with --worker";
+                } else {
+                    // Short enough for one terminal line, which \r can rewrite.
+                    const std::string label =
+                        source.page == 0 ? baseName(o.input)
+                                         : "page " + std::to_string(source.page) + ", 3D annotation " +
+                                               std::to_string(source.annotation);
+                    const WorkerRun run =
+                        runWorker(worker, bytes, o.limits, [&](double seconds) { progress.show(label, seconds); });
+                    progress.clear();
+                    interpretWorkerRun(run, o.limits, result);
+                }
+                break;
+            case StreamKind::U3d: result.outcome = Outcome::NotSupported, result.message = source.problem; break;
+            case StreamKind::Unknown: result.outcome = Outcome::NotPrc, result.message = source.problem; break;
+            case StreamKind::Unreadable: result.outcome = Outcome::Unreadable, result.message = source.problem; break;
+        }
+
+        if (result.outcome == Outcome::Decoded) {
+            ExportInfo info;
+            info.model_name = baseName(o.input);
+            if (several) info.model_name += " p" + std::to_string(source.page) + " a" + std::to_string(source.annotation);
+            info.generator = std::string(kProgram) + " " + MESHDRONE_VERSION;
+            info.up = o.up;
+            const auto written = [&](const std::string& path, bool ok, const std::string& error) {
+                if (ok) {
+                    result.written.push_back(path);
+                } else {
+                    result.write_errors.push_back(error);
+                    anyWriteFailed = true;
+                }
+            };
+            if (writeModels) {
+                const std::string path = numberedOutputName(outputBase, several, source.page, source.annotation);
+                std::string error;
+                if (sameFile(path, o.input)) {
+                    written(path, false, "refusing to overwrite the input file " + path);
+                } else {
+                    const bool ok = exportMesh(result.mesh, format, info, path, &error);
+                    written(path, ok, error);
+                }
+            }
+            if (!o.png.empty()) {
+                const std::string path = numberedOutputName(o.png, several, source.page, source.annotation);
+                std::string error;
+                if (sameFile(path, o.input)) {
+                    written(path, false, "refusing to overwrite the input file " + path);
+                } else {
+                    const PreviewImage image = renderPreview(result.mesh, o.width, o.height, o.up);
+                    written(path, writePng(image, path, &error), error);
+                }
+            }
+            // Only the part tree is kept for the report.
+            result.mesh.positions = {};
+            result.mesh.triangles = {};
+            result.mesh.colors = {};
+        } else {
+            anyFailed = true;
+        }
+
+        if (result.outcome != Outcome::Decoded) {
+            complain(where + ": " + result.message);
+        } else {
+            for (const std::string& error : result.write_errors) complain(where + ": " + error);
+            if (!o.quiet && !o.info) {
+                std::string line = where + ": " + plural(result.triangle_count, "triangle", "triangles") + ", " +
+                                   plural(result.mesh.parts.size(), "part", "parts");
+                for (size_t i = 0; i < result.written.size(); ++i) line += (i == 0 ? " -> " : ", ") + result.written[i];
+                complain(line);
+            }
+        }
+        report.models.push_back(std::move(result));
+    }
+
+    if (o.info) {
+        const std::string text = o.json ? reportJson(report) : reportText(report);
+        std::fputs(text.c_str(), stdout);
+        if (std::fflush(stdout) != 0) {
+            complain(std::string("cannot write the report: ") + std::strerror(errno));
+            anyWriteFailed = true;
+        }
+    }
+    if (input.models.empty()) {
+        complain(o.input + ": no 3D annotation found" +
+                 (input.kind == InputKind::Pdf ? " on its " + plural(input.page_count, "page", "pages") : ""));
+        return kExitNo3d;
+    }
+    if (anyWriteFailed) return kExitWriteFailed;
+    return anyFailed ? kExitSomeFailed : kExitDone;
+}
+
+}  // namespace extract

@@ -1,0 +1,3 @@
+#include "tools/extract/extract_app.h"
+
+int main(int argc, char** argv) { return extract::runExtract(argc, argv); }

@@ -1,0 +1,28 @@
+#pragma once
+// A preview picture of the decoded mesh: an isometric view fitted to the
+// model, flat shaded with one light, in the vertex colours. Drawn by a small
+// software rasterizer with a depth buffer, so it needs no display or GPU.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/extract/mesh_export.h"
+#include "tools/extract/model_mesh.h"
+
+namespace extract {
+
+struct PreviewImage {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<uint8_t> rgb;  // width x height x 3, rows from the top
+};
+
+inline constexpr uint8_t kPreviewBackground[3] = {242, 243, 245};
+
+PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t height, UpAxis up);
+
+// Writes an 8-bit RGB PNG; false with the reason in *error, no partial file.
+bool writePng(const PreviewImage& image, const std::string& path, std::string* error);
+
+}  // namespace extract
