@@ -55,7 +55,7 @@ bool fileExists(const std::string& path) {
     return ::lstat(path.c_str(), &info) == 0;
 }
 
-std::string dataFile(const std::string& name) { return std::string(MESHDRONE_TEST_DATA) + "/pdf/" + name; }
+std::string dataFile(const std::string& name) { return std::string(MESHDRONE_TEST_DATA) + (name.ends_with(".prc") ? "/gen/" : "/pdf/") + name; }
 
 ScratchDir::ScratchDir() {
     std::string pattern = std::filesystem::temp_directory_path().string() + "/extract-test-XXXXXX";

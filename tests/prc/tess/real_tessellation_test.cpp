@@ -141,7 +141,7 @@ TEST(RealTessellationSections, EveryProducerReadsCompletely) {
 // A writer's tetrahedron with one colour per corner: the triangles and the
 // colours come out as the scene gave them (the writer scales uniformly).
 TEST(RealTessellationSections, WriterVertexColoursReachTheVertices) {
-    const std::vector<Section> sections = tessellationSections(readDataFile("vertex_colors.prc"));
+    const std::vector<Section> sections = tessellationSections(readDataFile("gen/vertex_colors.prc"));
     ASSERT_EQ(sections.size(), 1u);
     std::vector<PRC3DTessCompressed> compressed;
     const auto plain = readFileStructureTessellation(sections[0].bytes.data(), sections[0].bytes.size(), 0,
