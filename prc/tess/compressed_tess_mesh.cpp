@@ -66,6 +66,14 @@ void EdgeKeySet::insert(uint64_t key) {
     }
 }
 
+void EdgeKeySet::prefetch(uint64_t key) const {
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(&slots_[slot(key)], 1);
+#else
+    (void)key;
+#endif
+}
+
 bool EdgeKeySet::contains(uint64_t key) const {
     uint64_t i = slot(key);
     while (slots_[i] != kEmpty) {
@@ -333,6 +341,17 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     const Corner& x2 = c_[2];
     const bool open_b = (s & 1) != 0;
     const bool open_a = (s & 2) != 0;
+    const uint64_t edge_b = edgeKey(x1.index, x2.index);
+    const uint64_t edge_a = edgeKey(x0.index, x2.index);
+    // The closed set of a large mesh spreads over megabytes, and a slot is
+    // mostly a cache miss: the slots are asked for now and written after the
+    // frames, which take long enough to hide the wait.
+    if (!open_b) {
+        closed_edges_.prefetch(edge_b);
+    }
+    if (!open_a) {
+        closed_edges_.prefetch(edge_a);
+    }
 
     // The edge that continues the traversal: with both open, b waits on the
     // stack under a, and a is taken at once; a lone opened edge is taken at
@@ -350,14 +369,14 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     } else if (open_b) {
         next = x2.index < x1.index ? edgeFrame(x2, x1, x0, key_b) : edgeFrame(x1, x2, x0, key_b);
         have_next = true;
-        closed_edges_.insert(edgeKey(x0.index, x2.index));
+        closed_edges_.insert(edge_a);
     } else if (open_a) {
-        closed_edges_.insert(edgeKey(x1.index, x2.index));
         next = x2.index < x0.index ? edgeFrame(x2, x0, x1, key_a) : edgeFrame(x0, x2, x1, key_a);
         have_next = true;
+        closed_edges_.insert(edge_b);
     } else {
-        closed_edges_.insert(edgeKey(x1.index, x2.index));
-        closed_edges_.insert(edgeKey(x0.index, x2.index));
+        closed_edges_.insert(edge_b);
+        closed_edges_.insert(edge_a);
     }
 
     if (!have_next) {

@@ -50,6 +50,8 @@ public:
     explicit EdgeKeySet(uint64_t expected = 0);
     void insert(uint64_t key);
     bool contains(uint64_t key) const;
+    // A hint that key is about to be inserted or looked up.
+    void prefetch(uint64_t key) const;
     uint64_t size() const { return size_; }
 
 private:

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <limits>
 #include <stdexcept>
 #include <string>
+
+#include "prc/tess/exact_acos.h"
 
 namespace prc {
 
@@ -14,23 +17,28 @@ namespace {
     throw std::runtime_error(std::string(CompressedTessNormals::kPrefix) + what);
 }
 
-// Start guess: for values of 2 and above (bit 30 is the top exponent bit)
-// halve the unbiased exponent, which lands within a factor of two of the
-// root; smaller values start from themselves. Not positive: 0.
-inline double newtonStart(float q) {
-    uint32_t bits = std::bit_cast<uint32_t>(q);
-    if (bits & 0x40000000u) {
-        const uint32_t exponent = (bits >> 23) & 0xFFu;
-        const uint32_t halved = ((exponent - 127u) >> 1) + 127u;
-        bits = (bits & ~(0xFFu << 23)) | (halved << 23);
-    }
-    const float g = std::bit_cast<float>(bits);
-    return g > 0.0f ? g : 0.0;
-}
-
-// Newton converges in a handful of steps; the cap only stops a two-value
-// oscillation or NaN.
+// The lengths that files were written with come from Newton's iteration
+// x' = (q/x + x)/2 in doubles, stopped when a step changes nothing (at most
+// 100 steps), on the squared length rounded to a float, q, and started from a
+// bit-level guess: q itself below 2, q with its unbiased exponent halved from
+// 2 on. From that guess it takes 4 to 80 dependent divisions.
+//
+// For every positive finite q the iteration ends on the same double when it
+// starts from the correctly rounded root instead (compared for all 2^31 - 2^23
+// such floats): it settles on the root or a neighbour of it whichever way it
+// comes, and from the root it needs one step, or two when it moves to the
+// neighbour. The square root is correctly rounded on every target (IEEE).
+//
+// The other values never reach a root: a negative q (or -0, +0) gives a guess
+// that is not positive, which counts as no length (0); +inf and NaN run into
+// inf/inf and end as NaN, which no comparison accepts either.
+//
+// Half the lengths asked for are of vectors normalised before, whose squared
+// length rounds to 1 or to the float below it; those two are answered at once.
 constexpr int kNewtonSteps = 100;
+constexpr uint32_t kOneBits = 0x3F800000u;
+constexpr uint32_t kBelowOneBits = 0x3F7FFFFFu;
+constexpr double kRootOfBelowOne = 0.99999997019767717;  // of 1 - 2^-24, the iteration's value
 
 template <int N>
 void lengthsFromSquares(const float (&q)[N], double (&out)[N]) {
@@ -39,9 +47,21 @@ void lengthsFromSquares(const float (&q)[N], double (&out)[N]) {
     int left = 0;
     for (int i = 0; i < N; ++i) {
         square[i] = q[i];
-        out[i] = newtonStart(q[i]);
-        running[i] = out[i] > 0.0;
-        left += running[i];
+        running[i] = false;
+        const uint32_t bits = std::bit_cast<uint32_t>(q[i]);
+        if (bits == kOneBits) {
+            out[i] = 1.0;
+        } else if (bits == kBelowOneBits) {
+            out[i] = kRootOfBelowOne;
+        } else if (bits - 1u < 0x7F7FFFFFu) {  // 0 < q <= FLT_MAX
+            out[i] = std::sqrt(square[i]);
+            running[i] = true;
+            ++left;
+        } else if (bits >= 0x7F800000u && bits < 0x80000000u) {
+            out[i] = std::numeric_limits<double>::quiet_NaN();
+        } else {
+            out[i] = 0.0;
+        }
     }
     for (int step = 0; step < kNewtonSteps && left > 0; ++step) {
         for (int i = 0; i < N; ++i) {
@@ -103,18 +123,25 @@ void normalizeIfUsable(Vec3& v) { normalizeInPlace(v); }
 
 }  // namespace
 
-Basis completeBasis(const Vec3& u_in, bool normalize_fallback_axis) {
-    Vec3 u = u_in;
+Basis completeBasis(const Vec3& u, bool normalize_fallback_axis) {
+    // The normalised copy feeds N only; V is crossed with u as given. An axis
+    // divided by its vectorLength is unit only to float precision, so the copy
+    // can differ from it by 3e-8, and files are written with V from the axis
+    // as it came: crossing with the copy moves every point placed with a V or
+    // N offset in such a frame by about 1e-9, enough to turn the rounding-level
+    // orientations and frame signs of the zero-area triangles that follow
+    // (parts full of points on the line of their edge fail to decode).
+    Vec3 axis = u;
     if (normalize_fallback_axis) {
-        normalizeIfUsable(u);
+        normalizeIfUsable(axis);
     }
-    // u x (0, 1, 0), written out so that no product with a zero can turn an
+    // axis x (0, 1, 0), written out so that no product with a zero can turn an
     // infinite component into NaN.
     Basis b;
-    b.n = {-u.z, 0.0, u.x};
+    b.n = {-axis.z, 0.0, axis.x};
     if (!normalizeInPlace(b.n)) {
-        // u runs along Y: use u x (1, 0, 0) instead.
-        b.n = {0.0, u.z, -u.y};
+        // The axis runs along Y: use axis x (1, 0, 0) instead.
+        b.n = {0.0, axis.z, -axis.y};
         normalizeIfUsable(b.n);
     }
     b.v = cross(b.n, u);
@@ -144,7 +171,11 @@ double sinApprox(double x) {
     return x - x * x * x / 6 + x5 / 120 - x5 * x * x / 5040;
 }
 
-double angleFromRight(Vec3 a, Vec3 b) {
+namespace {
+
+// The cosine that angleFromRight measures: a and b each normalised when they
+// can be.
+double cosineOf(Vec3 a, Vec3 b) {
     double la, lb;
     vectorLengths(a, b, la, lb);
     if (usableLength(la)) {
@@ -153,13 +184,68 @@ double angleFromRight(Vec3 a, Vec3 b) {
     if (usableLength(lb)) {
         b = divide(b, lb);
     }
-    const double c = dot(a, b);
-    // acos is too flat near +-1 to tell these apart from parallel anyway.
-    if (c > 0.999999999999 || c < -0.999999999999) {
+    return dot(a, b);
+}
+
+// acos is too flat near +-1 to tell these apart from parallel anyway.
+bool nearlyParallel(double c) { return c > 0.999999999999 || c < -0.999999999999; }
+
+double angleFromRightOfCosine(double c) {
+    if (nearlyParallel(c)) {
         return kHalfPi;
     }
-    return std::fabs(std::acos(c) - kHalfPi);
+    // Not std::acos: the C libraries differ in its last bit, and this value
+    // decides comparisons (see exact_acos.h).
+    return std::fabs(acosCorrectlyRounded(c) - kHalfPi);
 }
+
+// angleFromRight of one corner, its arc cosine taken only when a comparison
+// needs it. The distance is asin(|c|) within 4e-16 (a correctly rounded acos,
+// pi/2 rounded, one rounded subtraction), and asin grows at least as fast as
+// its argument: cosines whose magnitudes differ by more than kCertain compare
+// like their distances, and the parallel ones (distance pi/2) lie farther
+// than any other (at most pi/2 - 1.4e-6). Only near-equal corners, the right
+// isosceles triangle's two acute ones say, need the arc cosines.
+class RightAngleDistance {
+public:
+    explicit RightAngleDistance(double c) : c_(c), parallel_(nearlyParallel(c)) {}
+
+    // The comparison distance(this) > distance(other), as the values give it.
+    bool fartherThan(RightAngleDistance& other) {
+        if (parallel_ || other.parallel_) {
+            return parallel_ && !other.parallel_;
+        }
+        const double mine = std::fabs(c_);
+        const double theirs = std::fabs(other.c_);
+        if (mine > theirs + kCertain) {
+            return true;
+        }
+        if (theirs > mine + kCertain) {
+            return false;
+        }
+        return distance() > other.distance();
+    }
+
+private:
+    static constexpr double kCertain = 1e-13;
+
+    double distance() {
+        if (!has_distance_) {
+            distance_ = angleFromRightOfCosine(c_);
+            has_distance_ = true;
+        }
+        return distance_;
+    }
+
+    double c_;
+    bool parallel_;
+    bool has_distance_ = false;
+    double distance_ = 0.0;
+};
+
+}  // namespace
+
+double angleFromRight(Vec3 a, Vec3 b) { return angleFromRightOfCosine(cosineOf(a, b)); }
 
 void CompressedTessNormals::prepareNormals(const PRC3DTessCompressed& record, uint32_t point_count,
                                            uint32_t triangle_count, bool normalize_fallback_axis) {
@@ -188,6 +274,7 @@ void CompressedTessNormals::prepareNormals(const PRC3DTessCompressed& record, ui
     vertex_normal_kind_.assign(point_count, 0);
     vertex_normal_.assign(point_count, 0);
     normal_lists_.clear();
+    list_arena_.clear();
 
     int64_t max_face = -1;
     for (const int32_t f : record.triangle_face_array) {
@@ -221,7 +308,7 @@ uint32_t CompressedTessNormals::decodeVertexNormal(uint32_t v, const Corner (&c)
             if (several) {
                 vertex_normal_kind_[v] = 2;
                 vertex_normal_[v] = static_cast<uint32_t>(normal_lists_.size());
-                normal_lists_.push_back({n});
+                appendToList(normal_lists_.emplace_back(), n);
             } else {
                 vertex_normal_kind_[v] = 1;
                 vertex_normal_[v] = n;
@@ -231,16 +318,17 @@ uint32_t CompressedTessNormals::decodeVertexNormal(uint32_t v, const Corner (&c)
         case 1:
             return vertex_normal_[v];
         default: {
-            std::vector<uint32_t>& list = normal_lists_[vertex_normal_[v]];
+            const uint32_t list = vertex_normal_[v];
             if (!nextNormalBit()) {
                 const bool b1 = nextNormalBit();
                 const bool b2 = nextNormalBit();
                 const bool b3 = nextNormalBit();
                 const uint32_t n = decodeNormal(b1, b2, b3, c);
-                list.push_back(n);
+                appendToList(normal_lists_[list], n);
                 return n;
             }
-            const uint64_t k = list.size();
+            const NormalList& entries = normal_lists_[list];
+            const uint64_t k = entries.size;
             if (k == 0) {
                 fail("elenco di normali vuoto");
             }
@@ -253,9 +341,21 @@ uint32_t CompressedTessNormals::decodeVertexNormal(uint32_t v, const Corner (&c)
             for (int i = 0; i < index_bits; ++i) {
                 r |= static_cast<uint64_t>(nextNormalBit()) << i;
             }
-            return r >= k ? list.front() : list[k - 1 - r];
+            return list_arena_[entries.start + (r >= k ? 0 : k - 1 - r)];
         }
     }
+}
+
+void CompressedTessNormals::appendToList(NormalList& list, uint32_t normal) {
+    if (list.size == list.capacity) {
+        const uint32_t start = static_cast<uint32_t>(list_arena_.size());
+        const uint32_t capacity = list.capacity == 0 ? 2 : 2 * list.capacity;
+        list_arena_.resize(list_arena_.size() + capacity);
+        std::copy_n(list_arena_.begin() + list.start, list.size, list_arena_.begin() + start);
+        list.start = start;
+        list.capacity = capacity;
+    }
+    list_arena_[list.start + list.size++] = normal;
 }
 
 uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Corner (&c)[3]) {
@@ -282,15 +382,17 @@ uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Co
         u12 = divide(u12, l12);
     }
     if (frame_ok) {
-        const double e0 = angleFromRight(u01, u02);
-        const double e1 = angleFromRight(u12, neg(u01));
-        const double e2 = angleFromRight(neg(u02), neg(u12));
+        // The angleFromRight of each corner, compared as e1 > e0 && e2 > e0,
+        // then e2 > e1.
+        RightAngleDistance e0(cosineOf(u01, u02));
+        RightAngleDistance e1(cosineOf(u12, neg(u01)));
+        RightAngleDistance e2(cosineOf(neg(u02), neg(u12)));
         Vec3 a;
         Vec3 z;
-        if (e1 > e0 && e2 > e0) {
+        if (e1.fartherThan(e0) && e2.fartherThan(e0)) {
             a = u01;
             z = cross(u01, u02);
-        } else if (e2 > e1) {
+        } else if (e2.fartherThan(e1)) {
             a = u12;
             z = cross(u01, u12);
         } else {

@@ -37,21 +37,29 @@ inline double dot(const Vec3& a, const Vec3& b) { return a.x * b.x + a.y * b.y +
 inline Vec3 cross(const Vec3& a, const Vec3& b) {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
-inline Vec3 divide(const Vec3& v, double s) { return {v.x / s, v.y / s, v.z / s}; }
+// Division by 1 changes no value, and about half the vectors normalised are
+// unit already: their three divisions are skipped.
+inline Vec3 divide(const Vec3& v, double s) {
+    if (s == 1.0) {
+        return v;
+    }
+    return {v.x / s, v.y / s, v.z / s};
+}
 
 // A length usable as a divisor: positive (which also rules out NaN) and not
 // below the epsilon.
 inline bool usableLength(double length) { return length > 0.0 && !(length < kLengthEpsilon); }
 
-// Square root by Newton iteration from a bit-level start guess on the squared
-// length rounded to a 32-bit float. Returns 0 when the start guess is not
-// positive (zero, negative or NaN), so that the result counts as unusable.
+// Square root of the squared length rounded to a 32-bit float, as the Newton
+// iteration from a bit-level start guess gives it (one ulp off the correctly
+// rounded root for a quarter of all q). Returns 0 for zeros and negative q,
+// NaN for +inf and positive NaNs, so that the result counts as unusable.
 double lengthFromSquare(float q);
 // lengthFromSquare of v.v, the dot product taken in doubles.
 double vectorLength(const Vec3& v);
 // vectorLength of two or three independent vectors at once: the same
-// operations, with their Newton chains interleaved so that the divisions
-// overlap (the chains are long, and each step waits for the one before).
+// operations, with their chains interleaved so that the square roots and
+// divisions overlap.
 void vectorLengths(const Vec3& a, const Vec3& b, double& la, double& lb);
 void vectorLengths(const Vec3& a, const Vec3& b, const Vec3& c, double& la, double& lb, double& lc);
 // Divides v by its length when usableLength holds; false leaves v unchanged.
@@ -61,7 +69,8 @@ struct Basis {
     Vec3 v, n;
 };
 // Two axes completing u to a frame, from the world Y axis (or the X axis when u
-// is parallel to Y). With normalize_fallback_axis u is normalised first.
+// is parallel to Y). With normalize_fallback_axis N is built from a normalised
+// copy of u, while V = N x u always uses u as given.
 Basis completeBasis(const Vec3& u, bool normalize_fallback_axis);
 
 // Polynomial approximations: Taylor series around 0, or around pi/2 above pi/4.
@@ -112,7 +121,19 @@ private:
     // list (vertex_normal_ holds the list's position in normal_lists_).
     std::vector<uint8_t> vertex_normal_kind_;
     std::vector<uint32_t> vertex_normal_;
-    std::vector<std::vector<uint32_t>> normal_lists_;
+    // The lists live in one arena instead of a vector each: a list that is
+    // full moves to the arena's end with twice the room, so appending stays
+    // amortised constant and no point costs an allocation of its own. The
+    // arena holds at most four entries per normal, below 2^30 in all (two
+    // angles per normal, and an angle array of 2^28 fills a whole section).
+    struct NormalList {
+        uint32_t start = 0;
+        uint32_t size = 0;
+        uint32_t capacity = 0;
+    };
+    void appendToList(NormalList& list, uint32_t normal);
+    std::vector<NormalList> normal_lists_;
+    std::vector<uint32_t> list_arena_;
     // Only faces below face_has_single_normal's length can be asked for, so the
     // face state never outgrows that array, whatever the face indices claim.
     std::vector<uint8_t> face_done_;

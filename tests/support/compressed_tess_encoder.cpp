@@ -71,13 +71,15 @@ bool unitize(V& v) {
 
 // The fallback frame: U x Y (or U x X when U runs along Y), and V = N x U.
 // Only the decoder's later runs normalise the axis first.
-void fallbackAxes(V u, V& v_out, V& n_out, bool normalize_axis) {
+void fallbackAxes(const V& u, V& v_out, V& n_out, bool normalize_axis) {
+    // Only n is built from the normalised axis; v crosses n with u as given.
+    V axis = u;
     if (normalize_axis) {
-        unitize(u);
+        unitize(axis);
     }
-    V n{-u.z, 0.0, u.x};
+    V n{-axis.z, 0.0, axis.x};
     if (!unitize(n)) {
-        n = {0.0, u.z, -u.y};
+        n = {0.0, axis.z, -axis.y};
         unitize(n);
     }
     V v = outer(n, u);

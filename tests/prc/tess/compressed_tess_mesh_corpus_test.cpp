@@ -1,7 +1,7 @@
 // Every highly compressed tessellation of four real files: each must read
-// its arrays exactly and give a mesh that holds together. The few records
-// that the retry strategy cannot read are listed by name, so that a change
-// for better or worse shows up here.
+// its arrays exactly and give a mesh that holds together. Records that the
+// retry strategy cannot read, or reads without using up their data, are
+// listed by name, so that a change for better or worse shows up here.
 
 #include <gtest/gtest.h>
 
@@ -85,21 +85,25 @@ TEST(CompressedTessCorpus, BuildingModel) {
     checkFile({"e692ed6bcd41.prc", 348, 0, 39087, 5199, 16, {}, {}});
 }
 
-// Mechanical assemblies of one CAD tool, closed solids. The failing records
-// and the one read without using up its data are parts with many points
-// quantised exactly onto the line of their edge: the frames and orientations
-// around them hang on rounding, and none of the runs tried reproduces the
-// choices their writer made there.
+// Mechanical assemblies of one CAD tool, mostly closed solids, with many
+// points quantised exactly onto the line of their edge: the fallback frames
+// and the orientations of the zero-area triangles around them hang on
+// rounding, so these records hold the last bit of every such computation (the
+// ones read by the second run need its normalised fallback axis). Nearly all
+// their same-direction edges touch a triangle thinner than two quantisation
+// steps, whose winding the normals cannot carry. Record 10/38 ends its first
+// run without an error but with data left over, and a first run that ends is
+// taken as it is; the second run would read it exactly.
 TEST(CompressedTessCorpus, AssemblyFrom2018) {
     checkFile({"5aab25a32cdb.prc", 25, 1, 6918, 0, 21, {}, {}});
 }
 
 TEST(CompressedTessCorpus, AssemblyA) {
-    checkFile({"913427806a00.prc", 208, 8, 181257, 15, 382, {{3, 0}, {10, 1}, {10, 31}, {10, 32}}, {{10, 38}}});
+    checkFile({"913427806a00.prc", 208, 12, 206211, 15, 941, {}, {{10, 38}}});
 }
 
 TEST(CompressedTessCorpus, AssemblyB) {
-    checkFile({"e0a25db6ad57.prc", 154, 1, 106643, 157, 188, {{8, 0}}, {}});
+    checkFile({"e0a25db6ad57.prc", 154, 2, 121162, 492, 534, {}, {}});
 }
 
 }  // namespace

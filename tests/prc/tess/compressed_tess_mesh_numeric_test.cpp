@@ -8,6 +8,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <random>
 
 #include "prc/tess/compressed_tess_mesh.h"
 #include "prc/tess/compressed_tess_normals.h"
@@ -51,6 +52,75 @@ TEST(CompressedTessNumeric, VectorLengthOfZeroNegativeAndNaNIsNotUsable) {
     Vec3 v{1e-8, 0.0, 0.0};
     EXPECT_FALSE(normalizeInPlace(v));
     EXPECT_EQ(v.x, 1e-8);
+}
+
+// The length as files define it: Newton from the bit-level start value until a
+// step changes nothing, at most 100 steps. lengthFromSquare starts elsewhere
+// and must land on the same double.
+double lengthByIteration(float q) {
+    uint32_t bits = std::bit_cast<uint32_t>(q);
+    if (bits & 0x40000000u) {
+        const uint32_t exponent = (bits >> 23) & 0xFFu;
+        bits = (bits & 0x807FFFFFu) | ((((exponent - 127u) >> 1) + 127u) << 23);
+    }
+    const float start = std::bit_cast<float>(bits);
+    if (!(start > 0.0f)) {
+        return 0.0;
+    }
+    double x = start;
+    for (int i = 0; i < 100; ++i) {
+        const double next = (static_cast<double>(q) / x + x) / 2;
+        if (next == x) {
+            break;
+        }
+        x = next;
+    }
+    return x;
+}
+
+void expectSameLength(uint32_t bits) {
+    const float q = floatFromBits(bits);
+    const double expected = lengthByIteration(q);
+    const double got = lengthFromSquare(q);
+    if (std::isnan(expected)) {
+        EXPECT_TRUE(std::isnan(got)) << std::hex << bits;
+    } else {
+        EXPECT_EQ(got, expected) << std::hex << bits;
+    }
+}
+
+TEST(CompressedTessNumeric, LengthFromSquareEqualsTheIterationFromTheBitLevelStart) {
+    // Every float within 2^16 steps of 1, where the squared lengths of
+    // normalised vectors fall.
+    for (uint32_t bits = 0x3F800000u - 0x10000u; bits <= 0x3F800000u + 0x10000u; ++bits) {
+        expectSameLength(bits);
+    }
+    // Both ends of every binade, subnormals and the largest float included.
+    for (uint32_t exponent = 0; exponent < 255; ++exponent) {
+        for (const uint32_t mantissa : {0u, 1u, 2u, 0x400000u, 0x7FFFFEu, 0x7FFFFFu}) {
+            expectSameLength((exponent << 23) | mantissa);
+        }
+    }
+    // Random positive floats over the whole range.
+    std::mt19937 random(12345);
+    for (int i = 0; i < 200000; ++i) {
+        expectSameLength(1u + random() % 0x7F7FFFFFu);
+    }
+    // The values that are no length: zeros, negatives, infinities, NaNs.
+    for (const uint32_t bits : {0x00000000u, 0x80000000u, 0xBF800000u, 0xC0800000u, 0xFF7FFFFFu, 0x80000001u,
+                                0x7F800000u, 0xFF800000u, 0x7FC00000u, 0x7F800001u, 0xFFC00000u}) {
+        expectSameLength(bits);
+    }
+    // Two or three at once give what one at a time gives.
+    const Vec3 a{0.3, -0.4, 1e-3}, b{1.0, 0.0, 0.0}, c{2e-9, 5.0, -7.0};
+    double la, lb, lc;
+    vectorLengths(a, b, c, la, lb, lc);
+    EXPECT_EQ(la, vectorLength(a));
+    EXPECT_EQ(lb, vectorLength(b));
+    EXPECT_EQ(lc, vectorLength(c));
+    vectorLengths(c, a, lc, la);
+    EXPECT_EQ(lc, vectorLength(c));
+    EXPECT_EQ(la, vectorLength(a));
 }
 
 TEST(CompressedTessNumeric, PolynomialCosineAndSineOnBothBranches) {
@@ -108,6 +178,36 @@ TEST(CompressedTessNumeric, CompleteBasisFromYOrXAxis) {
     b = completeBasis({0, 0, 0}, false);
     EXPECT_EQ(b.n.x, 0.0);
     EXPECT_EQ(b.v.y, 0.0);
+}
+
+TEST(CompressedTessNumeric, NormalisedFallbackAxisBuildsNButVUsesTheAxisAsGiven) {
+    // An edge direction from a real part, unit only to float precision: its
+    // square rounds to the float below 1, so normalising it again moves it by
+    // 3e-8. N comes from the normalised copy, V = N x U from U itself; a V
+    // crossed with the copy differs in its Y component by one float step,
+    // which misplaced points enough to break the part's decoding.
+    const Vec3 u{-0.99999993504609608, 0.00022180036724855763, 0.00018142944478171679};
+    ASSERT_EQ(static_cast<float>(dot(u, u)), floatFromBits(0x3F7FFFFF));
+    Vec3 copy = u;
+    ASSERT_TRUE(normalizeInPlace(copy));
+    Vec3 n{-copy.z, 0.0, copy.x};
+    ASSERT_TRUE(normalizeInPlace(n));
+    Vec3 v = cross(n, u);
+    ASSERT_TRUE(normalizeInPlace(v));
+    Vec3 v_from_copy = cross(n, copy);
+    ASSERT_TRUE(normalizeInPlace(v_from_copy));
+    ASSERT_NE(v.y, v_from_copy.y);
+
+    const Basis b = completeBasis(u, true);
+    EXPECT_EQ(b.n.x, n.x);
+    EXPECT_EQ(b.n.y, n.y);
+    EXPECT_EQ(b.n.z, n.z);
+    EXPECT_EQ(b.v.x, v.x);
+    EXPECT_EQ(b.v.y, v.y);
+    EXPECT_EQ(b.v.z, v.z);
+    // Without normalisation N differs too, V comes from the same U.
+    const Basis plain = completeBasis(u, false);
+    EXPECT_NE(plain.n.z, b.n.z);
 }
 
 PRC3DTessCompressed recordWithPoints(uint32_t points) {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
 #include <string>
@@ -290,6 +291,77 @@ TEST(CompressedTessNormals, AngleQuantumAndTheFrameAxes) {
     EXPECT_NEAR(n.normals()[n.decodeNormal(true, false, false, kRight)].z, -1.0, 1e-15);
     EXPECT_EQ(n.normalAnglesUsed(), 8u);
     EXPECT_THROW(n.decodeNormal(false, false, false, kRight), std::runtime_error);
+}
+
+// The normal as the frame rules give it, corners compared by angleFromRight
+// itself: decodeNormal takes the arc cosines only for near-equal corners and
+// must still pick the same corner, bit for bit.
+Vec3 normalByTheRules(const Corner (&c)[3], double alpha, double beta, bool b1, bool b2, bool b3) {
+    Vec3 u01 = sub(c[1].p, c[0].p), u02 = sub(c[2].p, c[0].p), u12 = sub(c[2].p, c[1].p);
+    if (!normalizeInPlace(u01) || !normalizeInPlace(u02) || !normalizeInPlace(u12)) {
+        return {0, 0, 1};
+    }
+    const double e0 = angleFromRight(u01, u02);
+    const double e1 = angleFromRight(u12, neg(u01));
+    const double e2 = angleFromRight(neg(u02), neg(u12));
+    Vec3 a = e1 > e0 && e2 > e0 ? u01 : e2 > e1 ? u12 : neg(u02);
+    Vec3 z = e1 > e0 && e2 > e0 ? cross(u01, u02) : e2 > e1 ? cross(u01, u12) : cross(u02, u12);
+    if (!normalizeInPlace(z)) {
+        z = completeBasis(a, false).n;
+    }
+    z = b1 ? neg(z) : z;
+    Vec3 y = cross(z, a);
+    if (!normalizeInPlace(y)) {
+        return {0, 0, 1};
+    }
+    a = b2 ? neg(a) : a;
+    y = b3 ? neg(y) : y;
+    const double ca = cosApprox(alpha) * cosApprox(beta), sa = sinApprox(alpha) * cosApprox(beta);
+    const double s2 = sinApprox(beta);
+    Vec3 n{ca * a.x + sa * y.x + s2 * z.x, ca * a.y + sa * y.y + s2 * z.y, ca * a.z + sa * y.z + s2 * z.z};
+    return normalizeInPlace(n) ? n : Vec3{0, 0, 1};
+}
+
+TEST(CompressedTessNormals, FrameCornerIsTheOneAngleFromRightPicks) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<double> coordinate(-2.0, 2.0);
+    std::vector<std::array<Vec3, 3>> triangles = {
+        {{{0, 0, 0}, {1, 0, 0}, {0.5, std::sqrt(0.75), 0}}},  // equilateral: three near-equal corners
+        {{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}},                  // right isosceles: two equal
+        {{{0, 0, 0}, {2, 0, 0}, {1, 5, 0.3}}},                // isosceles
+        {{{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}},                  // collinear: every corner parallel
+        {{{0, 0, 0}, {1, 0, 0}, {2, 1e-9, 0}}},               // nearly collinear
+        {{{1, 2, 3}, {1, 2, 3 + 1e-3}, {1, 2 + 1e-3, 3}}},    // small right isosceles
+        // Tall and thin: two corners a hair below a right angle, whose
+        // distances round to the same double while their cosines differ.
+        {{{0, 0, 0}, {1, 0, 0}, {0.5 + 3e-12, 1e5, 0}}},
+        {{{0, 0, 0}, {1, 0, 0}, {0.5 - 7e-13, 3e4, 1}}},
+        {{{0.25, 0, 0}, {1, 0.5, 0}, {0.625 + 1e-13, 0.25 + 5e4, 2e4}}},
+    };
+    for (int i = 0; i < 300; ++i) {
+        std::array<Vec3, 3> t;
+        for (Vec3& p : t) {
+            p = {coordinate(random), coordinate(random), coordinate(random)};
+        }
+        triangles.push_back(t);
+    }
+    const std::vector<uint16_t> angles = {0, 0, 300, 700, 1023, 5, 77, 1023, 512, 512};
+    for (size_t i = 0; i < triangles.size(); ++i) {
+        SCOPED_TRACE(::testing::Message() << "triangle " << i);
+        const Corner c[3] = {{triangles[i][0], 0}, {triangles[i][1], 1}, {triangles[i][2], 2}};
+        PRC3DTessCompressed r = normalRecord(10, {}, angles);
+        CompressedTessNormals n;
+        n.prepareNormals(r, 3, 1, false);
+        for (size_t k = 0; k < angles.size(); k += 2) {
+            const bool b1 = k & 2, b2 = k & 4, b3 = (k / 2) % 3 == 0;
+            const Vec3 got = n.normals()[n.decodeNormal(b1, b2, b3, c)];
+            const Vec3 want = normalByTheRules(c, angles[k] * n.angleQuantum(), angles[k + 1] * n.angleQuantum(),
+                                               b1, b2, b3);
+            EXPECT_EQ(got.x, want.x);
+            EXPECT_EQ(got.y, want.y);
+            EXPECT_EQ(got.z, want.z);
+        }
+    }
 }
 
 TEST(CompressedTessNormals, DegenerateTriangleGetsTheZAxisAndStillUsesItsAngles) {
