@@ -1,4 +1,5 @@
-# Cross build of the Windows worker with Debian's mingw-w64:
+# Cross build of the Windows worker with Debian's mingw-w64; scripts/build-windows.sh
+# does it in one line and checks the result:
 #   cmake -S . -B build-win -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)

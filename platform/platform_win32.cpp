@@ -17,7 +17,12 @@ FILE* platformOpenFile(const std::wstring& path) { return _wfopen(path.c_str(), 
 
 void setStdoutBinary() {
     std::fflush(stdout);
-    _setmode(_fileno(stdout), _O_BINARY);
+    // A GUI-subsystem program started without a standard output has no
+    // descriptor (-2). The runtime treats _setmode on it as a programming
+    // error and may end the process; the writes that follow simply fail and
+    // give exit status 1, which is what the host must see.
+    const int descriptor = _fileno(stdout);
+    if (descriptor >= 0) _setmode(descriptor, _O_BINARY);
 }
 
 void platformExit(int status) { std::_Exit(status); }
