@@ -42,6 +42,7 @@ uint32_t fileStructureAuthoringVersion(const uint8_t* data, uint64_t size, uint3
 // Counts the colours, materials and styles of every globals section that
 // reads; one that does not adds nothing.
 void countGlobals(const prc::PRCHeader& header, const uint8_t* data, uint64_t size, Statistics& stats) {
+    prc::InflationBudget budget;  // each pass bounds what all its sections inflate to
     for (const prc::FileStructureDescriptor& d : header.file_structures) {
         if (d.offsets.size() < 3 || !sectionUsable(d.offsets, 1, size)) continue;
         try {
@@ -91,6 +92,7 @@ std::vector<ModelFileRoot> readModelFile(prc::PRCBitReader& r) {
 }
 
 PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size) {
+    prc::InflationBudget budget;
     AssemblyContext ctx;
     ctx.header = prc::readPRCHeader(data, size);
     const uint64_t end = std::min<uint64_t>(ctx.header.model_file_end, size);
@@ -118,6 +120,7 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size) {
 }
 
 PreviewMesh runFlatPass(const uint8_t* data, uint64_t size) {
+    prc::InflationBudget budget;
     const prc::PRCHeader header = prc::readPRCHeader(data, size);
     PreviewMesh mesh;
     for (const prc::FileStructureDescriptor& d : header.file_structures) {

@@ -1,6 +1,5 @@
 #include "prc/io/frequent_doubles.h"
 
-#include <unordered_map>
 #include <vector>
 
 namespace prc {
@@ -94,19 +93,6 @@ std::span<const FrequentDoubleEntry> frequentDoubleTable() { return table(); }
 const FrequentDoubleTrie& frequentDoubleTrie() {
     static const TrieStorage storage = buildTrie();
     return storage.trie;
-}
-
-const FrequentDoubleEntry* lookupFrequentDouble(uint64_t key) {
-    static const std::unordered_map<uint64_t, uint32_t> index = [] {
-        std::unordered_map<uint64_t, uint32_t> m;
-        const auto& rows = table();
-        m.reserve(rows.size() * 2);
-        for (uint32_t r = 0; r < rows.size(); ++r)
-            m.emplace(uint64_t(rows[r].bit_count) << 32 | rows[r].code, r);  // first row wins
-        return m;
-    }();
-    auto it = index.find(key);
-    return it == index.end() ? nullptr : &table()[it->second];
 }
 
 }  // namespace prc

@@ -42,7 +42,4 @@ const FrequentDoubleTrie& frequentDoubleTrie();
 // The trie's nodes over any rows in table order (node 0 is the root).
 std::vector<FrequentDoubleTrie::Node> buildFrequentDoubleTrie(std::span<const FrequentDoubleEntry> rows);
 
-// Row of the key (bit count << 32 | code), or nullptr.
-const FrequentDoubleEntry* lookupFrequentDouble(uint64_t key);
-
 }  // namespace prc

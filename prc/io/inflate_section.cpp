@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -44,7 +45,24 @@ private:
     uint8_t* data_;
 };
 
+thread_local InflationBudget* activeBudget = nullptr;
+
+[[noreturn]] void safetyLimitExceeded() {
+    throw std::runtime_error("inflateSection: decompression safety limit exceeded");
+}
+
 }  // namespace
+
+InflationBudget::InflationBudget(uint64_t bytes) : left_(bytes), outer_(activeBudget) { activeBudget = this; }
+
+InflationBudget::~InflationBudget() { activeBudget = outer_; }
+
+uint64_t InflationBudget::left() const { return outer_ ? std::min(left_, outer_->left()) : left_; }
+
+void InflationBudget::draw(uint64_t bytes) {
+    left_ -= std::min(left_, bytes);
+    if (outer_) outer_->draw(bytes);
+}
 
 std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length) {
     return inflateSection(section, length, kInflateSafetyLimit);
@@ -63,20 +81,26 @@ std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uin
     zs.next_in = const_cast<Bytef*>(section);
     zs.avail_in = uInt(length);  // the format hands zlib a 32-bit count
     uint64_t used = 0;
+    InflationBudget* const budget = activeBudget;
     for (;;) {
         if (used == capacity) {
-            if (capacity > safetyLimit) throw std::runtime_error("inflateSection: decompression safety limit exceeded");
+            if (capacity > safetyLimit) safetyLimitExceeded();
             capacity = used * 2;
             out.resize(capacity);
         }
         zs.next_out = out.data() + used;
-        const uint64_t left = capacity - used;
+        uint64_t left = capacity - used;
+        if (budget) {  // output only while the pass may still have some
+            if (budget->left() == 0) safetyLimitExceeded();
+            left = std::min(left, budget->left());
+        }
         const uInt room = uInt(left > 0xFFFFFFFFu ? 0xFFFFFFFFu : left);
         zs.avail_out = room;
         const int rc = inflate(&zs, Z_NO_FLUSH);
         if (unsigned(rc) > unsigned(Z_STREAM_END))
             throw std::runtime_error(std::string("inflate failed: ") + (zs.msg ? zs.msg : "?"));
         used += room - zs.avail_out;
+        if (budget) budget->draw(room - zs.avail_out);
         if (rc == Z_STREAM_END) return std::vector<uint8_t>(out.data(), out.data() + used);
     }
 }

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
 #include "model/assembly.h"
+#include "model/decoded_output.h"
 #include "model/style_color.h"
 #include "tests/support/compressed_tess_encoder.h"
 
@@ -14,26 +17,6 @@ using prc::PRCFileStructure;
 using prc::PRCProductOccurrence;
 
 constexpr uint32_t kRed = 0xFFFF0000, kGreen = 0xFF00FF00, kBlue = 0xFF0000FF;
-
-// One triangle (0,0,0) (1,0,0) (0,1,0), one face of plain triangles.
-prc::PRC3DTess unitTriangle() {
-    prc::PRC3DTess t;
-    t.coordinates = {0, 0, 0, 1, 0, 0, 0, 1, 0};
-    t.triangulated_indices = {0, 3, 6};
-    prc::PRCTessFace face;
-    face.used_entities_flag = 0x0002;
-    face.sizes_triangulated = {1};
-    t.faces.push_back(face);
-    return t;
-}
-
-// Globals whose style i is colour i of red, green, blue.
-prc::PRCGlobals rgbGlobals() {
-    prc::PRCGlobals g;
-    g.colors = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    for (int i = 0; i < 3; ++i) g.styles.push_back({1.0, false, i});
-    return g;
-}
 constexpr uint32_t kRedStyle = 0, kGreenStyle = 1, kBlueStyle = 2;
 
 prc::PRCRepresentationItem itemDrawing(int64_t tessellation) {
@@ -43,52 +26,50 @@ prc::PRCRepresentationItem itemDrawing(int64_t tessellation) {
     return item;
 }
 
-// A loaded file structure with the unit triangle as tessellation 0 and one
-// part definition drawing it.
+// A loaded file structure whose style i is colour i of red, green, blue, with
+// the triangle (0,0,0) (1,0,0) (0,1,0) as tessellation 0 and one part drawing it.
 PRCFileStructure oneTriangleFileStructure() {
     PRCFileStructure fs;
     fs.tree_loaded = true;
-    fs.globals = rgbGlobals();
-    fs.tessellations.push_back(unitTriangle());
+    fs.globals.colors = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+    for (int i = 0; i < 3; ++i) fs.globals.styles.push_back({1.0, false, i});
+    fs.tessellations.resize(1);
+    fs.tessellations[0].coordinates = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    fs.tessellations[0].triangulated_indices = {0, 3, 6};
+    fs.tessellations[0].faces.resize(1);
+    fs.tessellations[0].faces[0].used_entities_flag = 0x0002;
+    fs.tessellations[0].faces[0].sizes_triangulated = {1};
     fs.tessellation_refs.push_back({prc::TessellationKind::Tess3D, 0});
-    prc::PRCPartDefinition part;
-    part.representation_items.push_back(itemDrawing(0));
-    fs.part_definitions.push_back(part);
+    fs.part_definitions.resize(1);
+    fs.part_definitions[0].representation_items.push_back(itemDrawing(0));
     return fs;
 }
 
-PRCProductOccurrence occurrence(std::string name = "", int64_t part = -1, std::vector<uint32_t> sons = {}) {
+PRCProductOccurrence occurrence(std::string name = "", int64_t part = -1, std::vector<uint32_t> sons = {},
+                                const prc::Matrix4* location = nullptr) {
     PRCProductOccurrence o;
     o.name = std::move(name);
     o.index_part = part;
     o.son_product_occurrences = std::move(sons);
+    o.has_location = location != nullptr;
+    if (location) o.location = *location;
     return o;
 }
 
 AssemblyContext contextOf(std::vector<PRCFileStructure> structures) {
     AssemblyContext ctx;
     for (size_t i = 0; i < structures.size(); ++i) {
-        prc::FileStructureDescriptor d;
-        d.identifier = {uint32_t(i + 1), 0x11, 0x22, 0x33};
-        ctx.header.file_structures.push_back(d);
+        ctx.header.file_structures.emplace_back();
+        ctx.header.file_structures.back().identifier = {uint32_t(i + 1), 0x11, 0x22, 0x33};
     }
     ctx.file_structures = std::move(structures);
     return ctx;
 }
 
-PreviewMesh walk(AssemblyContext& ctx, int64_t fs = 0, int64_t occ = 0, uint32_t colour = 0) {
+PreviewMesh walk(AssemblyContext& ctx, int64_t fs = 0, uint32_t colour = 0) {
     PreviewMesh mesh;
-    assembleOccurrence(ctx, fs, occ, 0xFFFFFFFF, prc::kIdentityMatrix.data(), 0, colour, mesh);
+    assembleOccurrence(ctx, fs, 0, 0xFFFFFFFF, prc::kIdentityMatrix.data(), 0, colour, mesh);
     return mesh;
-}
-
-uint32_t triangleColour(const PreviewMesh& m, uint32_t t) { return packColor(&m.colors[3 * m.triangles[3 * t]]); }
-
-prc::Matrix4 translated(double x, double y, double z) { return {1, 0, 0, x, 0, 1, 0, y, 0, 0, 1, z, 0, 0, 0, 1}; }
-
-void place(PRCProductOccurrence& o, const prc::Matrix4& m) {
-    o.has_location = true;
-    o.location = m;
 }
 
 std::string failureOf(AssemblyContext& ctx) {
@@ -100,54 +81,46 @@ std::string failureOf(AssemblyContext& ctx) {
     return "";
 }
 
-TEST(Assembly, NodesPlacementsColoursAndBoxes) {
+uint32_t triangleColour(const PreviewMesh& m, uint32_t t) { return packColor(&m.colors[3 * m.triangles[3 * t]]); }
+
+prc::Matrix4 translated(double x) { return {1, 0, 0, x, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
+const prc::Matrix4 kAtTen = translated(10), kAtFive = translated(5), kMirror = {-1, 0, 0, 0, 0, 1, 0, 0,
+                                                                                0, 0, 1, 0, 0, 0, 0, 1};
+
+TEST(Assembly, NodesPlacementsColoursBoxesAndWinding) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     auto& occs = ctx.file_structures[0].product_occurrences;
-    occs = {occurrence("root", -1, {1, 2, 9}), occurrence("a", 0), occurrence("b", 0)};  // son 9 does not exist
-    place(occs[1], translated(10, 20, 30));
+    occs = {occurrence("root", -1, {1, 2, 3, 9}), occurrence("a", 0, {}, &kAtTen), occurrence("b", 0),
+            occurrence("mirror", 0, {}, &kMirror)};  // son 9 does not exist
     occs[2].line_style_index = kGreenStyle;
-    PreviewMesh m = walk(ctx, 0, 0, kRed);
-
-    ASSERT_EQ(m.nodes.size(), 3u);
+    const PreviewMesh m = walk(ctx, 0, kRed);
+    ASSERT_EQ(m.nodes.size(), 4u);
     EXPECT_EQ(m.nodes[0].parent_index, 0xFFFFFFFFu);
     EXPECT_EQ(m.nodes[0].triangle_count, 0u);
     EXPECT_EQ(m.nodes[2].parent_index, 0u);
     EXPECT_EQ(m.nodes[2].first_triangle, 1u);
     EXPECT_EQ(m.nodes[2].triangle_count, 1u);
-    EXPECT_EQ((std::vector<float>(m.positions.begin() + 3, m.positions.begin() + 6)),
-              (std::vector<float>{11, 20, 30}));
+    EXPECT_EQ(m.positions[3], 11.0f);
     EXPECT_EQ(triangleColour(m, 0), kRed);    // inherited
     EXPECT_EQ(triangleColour(m, 1), kGreen);  // its own style
-    EXPECT_EQ(m.triangles, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5}));
-    // Each leaf's box is its own triangle, the root's covers both.
-    EXPECT_EQ(m.nodes[1].box_min[0], 10.0f);
-    EXPECT_EQ(m.nodes[1].box_max[1], 21.0f);
-    EXPECT_EQ(m.nodes[0].box_min[0], 0.0f);
-    EXPECT_EQ(m.nodes[0].box_max[0], 11.0f);
-    EXPECT_EQ(m.nodes[0].box_max[2], 30.0f);
-
-    // A node with neither part nor sons: no triangles and an all-zero box.
-    occs[0].son_product_occurrences.clear();
-    PreviewMesh alone = walk(ctx);
-    ASSERT_EQ(alone.nodes.size(), 1u);
-    EXPECT_EQ(alone.nodes[0].box_min[0] + alone.nodes[0].box_max[0], 0.0f);
+    EXPECT_EQ(m.triangles, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 8, 7}));  // a mirror swaps the winding
+    // Each leaf's box is its own triangle, the root's covers all.
+    EXPECT_EQ(std::vector<float>(m.nodes[1].box_min, m.nodes[1].box_max + 3), (std::vector<float>{10, 0, 0, 11, 1, 0}));
+    EXPECT_EQ(std::vector<float>(m.nodes[0].box_min, m.nodes[0].box_max + 3), (std::vector<float>{-1, 0, 0, 11, 1, 0}));
 }
 
 TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     auto& occs = ctx.file_structures[0].product_occurrences;
-    occs = {occurrence(), occurrence(), occurrence("named", 0, {3}), occurrence("son")};
+    const prc::Matrix4 far = translated(100);
+    occs = {occurrence(), occurrence("", -1, {}, &kAtFive), occurrence("named", 0, {3}, &far), occurrence("son")};
     occs[0].index_prototype = 1;
     occs[1].index_prototype = 2;
     occs[1].line_style_index = kBlueStyle;
-    place(occs[1], translated(5, 0, 0));
-    place(occs[2], translated(100, 0, 0));  // hidden by the nearer one
-    occs[2].line_style_index = kGreenStyle;
+    occs[2].line_style_index = kGreenStyle;  // hidden by the nearer one, as its placement
     PreviewMesh m = walk(ctx);
-
     ASSERT_EQ(m.nodes.size(), 2u);
     EXPECT_EQ(m.nodes[0].name, "named");
-    EXPECT_EQ(m.nodes[0].triangle_count, 1u);
     EXPECT_EQ(m.positions[0], 5.0f);
     EXPECT_EQ(triangleColour(m, 0), kBlue);
     EXPECT_EQ(m.nodes[1].name, "son");
@@ -155,46 +128,35 @@ TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
     int64_t fs = -1, part = -1;
     EXPECT_FALSE(findPartDefinition(ctx, 0, 2, fs, part));
     EXPECT_EQ(resolveOccurrenceName(ctx, 0, 2), "");
-}
 
-TEST(Assembly, ChainSearchesStopAfterSixtyFiveLooks) {
-    {
-        // Its own prototype, with nothing: the parent's colour and placement.
-        AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-        auto& occs = ctx.file_structures[0].product_occurrences;
-        occs = {occurrence("root", -1, {1}), occurrence("", 0)};
-        place(occs[0], translated(7, 0, 0));
-        occs[1].index_prototype = 1;
-        PreviewMesh m = walk(ctx, 0, 0, kGreen);
-        EXPECT_EQ(m.nodes[1].name, "");
-        EXPECT_EQ(triangleColour(m, 0), kGreen);
-        EXPECT_EQ(m.positions[0], 7.0f);
-    }
-    // A straight chain of 70: occurrence i has prototype i + 1.
-    for (int far : {64, 65}) {
-        SCOPED_TRACE(far);
-        AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-        auto& occs = ctx.file_structures[0].product_occurrences;
+    // Its own prototype, with nothing: the parent's colour and placement.
+    occs = {occurrence("root", -1, {1}, &kAtFive), occurrence("", 0)};
+    occs[1].index_prototype = 1;
+    m = walk(ctx, 0, kGreen);
+    EXPECT_EQ(triangleColour(m, 0), kGreen);
+    EXPECT_EQ(m.positions[0], 5.0f);
+    // A straight chain of 70 (occurrence i has prototype i + 1): searches stop after 65 looks.
+    for (size_t found : {64, 65}) {
+        SCOPED_TRACE(found);
+        occs.clear();
         for (int i = 0; i < 70; ++i) {
-            occs.push_back(occurrence("", 0));
+            occs.push_back(occurrence("", 0, {}, size_t(i) == found ? &kAtFive : nullptr));
             occs.back().index_prototype = i + 1 < 70 ? i + 1 : -1;
         }
-        place(occs[size_t(far)], translated(3, 0, 0));
-        occs[size_t(far) + 1].name = "deep";  // the name search starts at occurrence 1
-        PreviewMesh m = walk(ctx);
-        EXPECT_EQ(m.positions[0], far == 64 ? 3.0f : 0.0f);
-        EXPECT_EQ(m.nodes[0].name, far == 64 ? "deep" : "");
+        occs[found + 1].name = "deep";  // the name search starts at occurrence 1
+        m = walk(ctx);
+        EXPECT_EQ(m.positions[0], found == 64 ? 5.0f : 0.0f);
+        EXPECT_EQ(m.nodes[0].name, found == 64 ? "deep" : "");
     }
 }
 
 TEST(Assembly, DepthIsBoundedAtSixtyFour) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    auto& occs = ctx.file_structures[0].product_occurrences;
-    for (uint32_t i = 0; i < 70; ++i) occs.push_back(occurrence("n" + std::to_string(i), 0, {i + 1}));
-    PreviewMesh m = walk(ctx);
+    for (uint32_t i = 0; i < 70; ++i)
+        ctx.file_structures[0].product_occurrences.push_back(occurrence("n" + std::to_string(i), 0, {i + 1}));
+    const PreviewMesh m = walk(ctx);
     ASSERT_EQ(m.nodes.size(), 65u);  // depths 0 to 64
     for (uint32_t i = 1; i < 65; ++i) EXPECT_EQ(m.nodes[i].parent_index, i - 1);
-    EXPECT_EQ(m.nodes[64].name, "n64");
 }
 
 TEST(Assembly, ConfigurationChoice) {
@@ -203,11 +165,11 @@ TEST(Assembly, ConfigurationChoice) {
         std::vector<std::string> walked;
     };
     const Case cases[] = {
-        {{8, 8, 8}, {0, 0, 0}, {"s1"}},                      // none is the default: the first
-        {{8, 9, 8}, {0, 0, 0}, {"s2"}},                      // the default one
-        {{0, 8, 9, 0}, {0, 0, 0, 0}, {"s1", "s3", "s4"}},    // plain sons always
-        {{0, 0}, {1, 2}, {"s2"}},                            // behaviour bit 0: left out
-        {{1, 8}, {0, 0}, {"s1", "s2"}},                      // a default bit alone is no configuration
+        {{8, 8, 8}, {0, 0, 0}, {"s1"}},                    // none is the default: the first
+        {{8, 9, 8}, {0, 0, 0}, {"s2"}},                    // the default one
+        {{0, 8, 9, 0}, {0, 0, 0, 0}, {"s1", "s3", "s4"}},  // plain sons always
+        {{0, 0}, {1, 2}, {"s2"}},                          // behaviour bit 0: left out
+        {{1, 8}, {0, 0}, {"s1", "s2"}},                    // a default bit alone is no configuration
     };
     for (const Case& c : cases) {
         AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
@@ -219,9 +181,9 @@ TEST(Assembly, ConfigurationChoice) {
             occs.back().product_information_flags = c.flags[i];
             occs.back().product_behaviour = c.behaviours[i];
         }
-        PreviewMesh m = walk(ctx);
         std::vector<std::string> names;
-        for (size_t i = 1; i < m.nodes.size(); ++i) names.push_back(m.nodes[i].name);
+        for (const AssemblyNode& n : walk(ctx).nodes) names.push_back(n.name);
+        names.erase(names.begin());
         EXPECT_EQ(names, c.walked);
     }
 }
@@ -234,41 +196,28 @@ TEST(Assembly, SonsGetTheNodeColourNotThePartColour) {
     fs.product_occurrences = {occurrence("parent", 1, {1, 2}), occurrence("son", 0), occurrence("odd son", 0)};
     fs.product_occurrences[0].line_style_index = kRedStyle;
     fs.product_occurrences[2].line_style_index = 77;  // no such style: the incoming colour stays
-    PreviewMesh m = walk(ctx, 0, 0, kGreen);
+    const PreviewMesh m = walk(ctx, 0, kGreen);
     EXPECT_EQ(triangleColour(m, 0), kBlue);
     EXPECT_EQ(triangleColour(m, 1), kRed);
     EXPECT_EQ(triangleColour(m, 2), kRed);
 }
 
-TEST(Assembly, MirroredPlacementSwapsTheWinding) {
+TEST(Assembly, PieceCacheLocalSystemsAndSets) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    auto& occs = ctx.file_structures[0].product_occurrences;
-    occs = {occurrence("root", -1, {1, 2}), occurrence("plain", 0), occurrence("mirror", 0)};
-    place(occs[2], {-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
-    PreviewMesh m = walk(ctx);
-    EXPECT_EQ(m.triangles, (std::vector<uint32_t>{0, 1, 2, 3, 5, 4}));
-    EXPECT_EQ(m.positions[12], -1.0f);
-}
-
-TEST(Assembly, PieceCacheHoldsOneEntryPerTessellationAndColour) {
-    AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    auto& occs = ctx.file_structures[0].product_occurrences;
-    occs.push_back(occurrence("root"));
+    PRCFileStructure& fs = ctx.file_structures[0];
+    fs.product_occurrences.push_back(occurrence("root"));
     for (uint32_t i = 1; i <= 1000; ++i) {
-        occs[0].son_product_occurrences.push_back(i);
-        occs.push_back(occurrence("", 0));
-        place(occs.back(), translated(i, 0, 0));
+        const prc::Matrix4 at = translated(i);
+        fs.product_occurrences[0].son_product_occurrences.push_back(i);
+        fs.product_occurrences.push_back(occurrence("", 0, {}, &at));
     }
-    PreviewMesh m = walk(ctx);
-    EXPECT_EQ(ctx.file_structures[0].piece_cache.size(), 1u);
-    EXPECT_EQ(m.triangles.size(), 3000u);
-    EXPECT_EQ(m.nodes[0].box_max[0], 1001.0f);
-    occs[500].line_style_index = kBlueStyle;
+    EXPECT_EQ(walk(ctx).triangles.size(), 3000u);
+    EXPECT_EQ(fs.piece_cache.size(), 1u);  // one entry per tessellation and colour
+    fs.product_occurrences[500].line_style_index = kBlueStyle;
     walk(ctx);
-    EXPECT_EQ(ctx.file_structures[0].piece_cache.size(), 2u);
+    EXPECT_EQ(fs.piece_cache.size(), 2u);
 
     // Refs that lead nowhere are cached as empty pieces and draw nothing.
-    PRCFileStructure& fs = ctx.file_structures[0];
     fs.tessellation_refs.push_back({prc::TessellationKind::Dropped, 0});
     fs.tessellation_refs.push_back({prc::TessellationKind::Tess3D, 5});
     fs.tessellation_refs.push_back({prc::TessellationKind::Compressed, 0});
@@ -276,34 +225,29 @@ TEST(Assembly, PieceCacheHoldsOneEntryPerTessellationAndColour) {
     fs.piece_cache.clear();
     EXPECT_TRUE(walk(ctx).triangles.empty());
     EXPECT_EQ(fs.piece_cache.size(), 6u);  // refs 1 to 3 in two colours; item 4 names no ref
-}
 
-TEST(Assembly, LocalCoordinateSystemsAndItemSets) {
-    AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    PRCFileStructure& fs = ctx.file_structures[0];
-    fs.globals.reference_coordinate_systems.push_back(translated(0, 50, 0));
+    // A set's own system does not move its children; its colour reaches them.
+    fs.globals.reference_coordinate_systems.push_back({1, 0, 0, 0, 0, 1, 0, 50, 0, 0, 1, 0, 0, 0, 0, 1});
     prc::PRCRepresentationItem set;
     set.type = 239;
-    set.index_local_coordinate_system = 0;  // a set's own system does not move its children
+    set.index_local_coordinate_system = 0;
     set.line_style_index = kRedStyle;
     set.items = {itemDrawing(0), itemDrawing(0)};
     set.items[0].index_local_coordinate_system = 0;
     set.items[1].index_local_coordinate_system = 3;  // beyond the list: the part's matrix
     fs.part_definitions[0].representation_items = {set};
-    fs.product_occurrences.push_back(occurrence("o", 0));
-    PreviewMesh m = walk(ctx, 0, 0, kGreen);
+    fs.product_occurrences = {occurrence("o", 0)};
+    const PreviewMesh m = walk(ctx, 0, kGreen);
     ASSERT_EQ(m.triangles.size(), 6u);
     EXPECT_EQ(m.positions[1], 50.0f);
     EXPECT_EQ(m.positions[10], 0.0f);
-    EXPECT_EQ(triangleColour(m, 0), kRed);  // the set's colour reaches its children
+    EXPECT_EQ(triangleColour(m, 0), kRed);
     EXPECT_EQ(triangleColour(m, 1), kRed);
 }
 
 TEST(Assembly, PrototypesAcrossFileStructuresByIdentifier) {
-    PRCFileStructure first = oneTriangleFileStructure();
-    PRCFileStructure second = oneTriangleFileStructure();
+    PRCFileStructure first = oneTriangleFileStructure(), second = oneTriangleFileStructure();
     second.globals.colors = {{0, 0, 0}};
-    second.globals.styles = {{1.0, false, 0}};
     second.tessellations[0].coordinates = {0, 0, 5, 1, 0, 5, 0, 1, 5};
     second.product_occurrences = {occurrence("in second", 0)};
     second.product_occurrences[0].line_style_index = 0;
@@ -313,8 +257,7 @@ TEST(Assembly, PrototypesAcrossFileStructuresByIdentifier) {
     AssemblyContext ctx = contextOf({first, second, PRCFileStructure()});
     ctx.header.file_structures[2].identifier = ctx.header.file_structures[1].identifier;  // the first match counts
     ctx.file_structures[0].product_occurrences[0].prototype_file_structure = ctx.header.file_structures[1].identifier;
-
-    PreviewMesh m = walk(ctx);
+    const PreviewMesh m = walk(ctx);
     ASSERT_EQ(m.nodes.size(), 1u);
     EXPECT_EQ(m.nodes[0].name, "in second");
     EXPECT_EQ(m.positions[2], 5.0f);               // the second file structure's tessellation
@@ -325,10 +268,9 @@ TEST(Assembly, PrototypesAcrossFileStructuresByIdentifier) {
     AssemblyContext unmatched = ctx;
     unmatched.file_structures[0].product_occurrences[0].prototype_file_structure = {9, 9, 9, 9};
     EXPECT_EQ(walk(unmatched).nodes[0].name, "");
-    AssemblyContext unloaded = ctx;
-    unloaded.file_structures[1].tree_loaded = false;
-    EXPECT_TRUE(walk(unloaded).triangles.empty());
-    EXPECT_TRUE(walk(unloaded, 1).nodes.empty());  // nor is it walked itself
+    ctx.file_structures[1].tree_loaded = false;
+    EXPECT_TRUE(walk(ctx).triangles.empty());
+    EXPECT_TRUE(walk(ctx, 1).nodes.empty());  // nor is it walked itself
 }
 
 TEST(Assembly, Limits) {
@@ -350,7 +292,7 @@ TEST(Assembly, Limits) {
     ctx.limits.max_vertices = 29;
     EXPECT_EQ(failureOf(ctx), "assieme PRC: troppi vertici");
 
-    // Skipped sons and items that draw nothing cost time on every visit.
+    // Skipped sons and items that draw nothing cost steps on every visit.
     ctx.limits = AssemblyLimits();
     occs[1].son_product_occurrences.assign(1000, 77);
     ctx.file_structures[0].part_definitions[0].representation_items.assign(1000, prc::PRCRepresentationItem());
@@ -364,32 +306,28 @@ TEST(Assembly, Limits) {
     EXPECT_EQ(AssemblyLimits().max_nodes, 200000u);
 }
 
-// Two triangles that share no vertex, faces 0 and 1.
-prc::PRC3DTessCompressed twoSeparateTriangles() {
-    prc::test::EncoderMesh mesh;
+TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
+    prc::test::EncoderMesh mesh;  // two triangles that share no vertex, faces 0 and 1
     mesh.points = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {5, 0, 0}, {6, 0, 0}, {5, 1, 0}};
     mesh.triangles = {{0, 1, 2}, {3, 4, 5}};
     mesh.face_ids = {0, 1};
     prc::test::EncoderOptions options;
     options.tolerance = 1.0 / 1024;
-    return prc::test::encodeCompressedTess(mesh, options).record;
-}
-
-TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
-    const prc::PRCGlobals globals = rgbGlobals();
+    const prc::PRC3DTessCompressed encoded = prc::test::encodeCompressedTess(mesh, options).record;
+    const PRCFileStructure globals = oneTriangleFileStructure();
     const uint8_t blue[3] = {0, 0, 255};
     auto colours = [&](const prc::PRC3DTessCompressed& record) {
         prc::TessMesh piece;
-        buildCompressedTessPiece(piece, record, globals, blue);
+        buildCompressedTessPiece(piece, record, globals.globals, blue);
         std::vector<uint32_t> out;  // per corner, in triangle order
         for (uint32_t v : piece.triangles) out.push_back(packColor(&piece.colors[3 * v]));
         return out;
     };
-    prc::PRC3DTessCompressed record = twoSeparateTriangles();
-    const bool faceOfFirstIsZero = record.triangle_face_array[0] == 0;
+    prc::PRC3DTessCompressed record = encoded;
     EXPECT_EQ(colours(record), std::vector<uint32_t>(6, kBlue));
     record.style_array = {int16_t(kGreenStyle + 1), 0};  // face 0 green, face 1 no style
-    const uint32_t first = faceOfFirstIsZero ? kGreen : kBlue, second = faceOfFirstIsZero ? kBlue : kGreen;
+    const bool firstIsFaceZero = record.triangle_face_array[0] == 0;
+    const uint32_t first = firstIsFaceZero ? kGreen : kBlue, second = firstIsFaceZero ? kBlue : kGreen;
     EXPECT_EQ(colours(record), (std::vector<uint32_t>{first, first, first, second, second, second}));
     record.style_per_triangle = true;
     record.style_array = {int16_t(kRedStyle + 1), 40};  // 40 does not resolve: the default
@@ -398,7 +336,7 @@ TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
     // Drawn through a ref and cached; a broken record draws nothing, without failing.
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     PRCFileStructure& fs = ctx.file_structures[0];
-    fs.compressed_tessellations = {twoSeparateTriangles()};
+    fs.compressed_tessellations = {encoded};
     fs.tessellation_refs = {{prc::TessellationKind::Compressed, 0}};
     fs.product_occurrences = {occurrence("o", 0)};
     EXPECT_EQ(walk(ctx).triangles.size(), 6u);
@@ -406,6 +344,49 @@ TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
     fs.piece_cache.clear();
     EXPECT_TRUE(walk(ctx).triangles.empty());
     EXPECT_EQ(fs.piece_cache.size(), 1u);
+}
+
+// The output keeps the node records only when their triangle ranges lie
+// inside the triangles and do not overlap.
+TEST(DecodedOutput, InconsistentRangesDropEveryRecord) {
+    struct Case {
+        const char* what;
+        uint32_t triangles;
+        std::vector<std::pair<uint32_t, uint32_t>> ranges;
+        bool kept;
+    };
+    const Case cases[] = {
+        {"range beyond the array", 25, {{0, 5}, {20, 10}}, false},
+        {"range ending exactly at the array end", 30, {{0, 5}, {20, 10}}, true},
+        {"overlap after sorting", 40, {{20, 10}, {0, 21}}, false},
+        {"unsorted but disjoint", 40, {{30, 10}, {0, 5}, {5, 25}}, true},
+        {"first + count overflows 32 bits", 10, {{0xFFFFFFF0u, 0x20}}, false},
+        {"empty ranges anywhere are ignored", 4, {{0, 4}, {1000, 0}, {2, 0}}, true},
+        {"two nodes with the same start", 10, {{3, 1}, {3, 2}}, false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        PreviewMesh mesh;
+        for (uint32_t i = 0; i < 3 * c.triangles; ++i) {
+            mesh.triangles.push_back(i);
+            mesh.positions.insert(mesh.positions.end(), {float(i), 0, 0});
+        }
+        for (auto [first, count] : c.ranges) {
+            mesh.nodes.emplace_back();
+            mesh.nodes.back().parent_index = mesh.nodes.size() == 1 ? 0xFFFFFFFF : 0;
+            mesh.nodes.back().first_triangle = first;
+            mesh.nodes.back().triangle_count = count;
+        }
+        DecodedModel out;
+        std::memset(&out, 0, sizeof out);
+        ASSERT_TRUE(buildDecodedOutput(mesh, true, &out));
+        EXPECT_EQ(out.triangle_count, c.triangles);
+        EXPECT_EQ(out.part_count, c.kept ? c.ranges.size() : 0u);
+        EXPECT_EQ(out.part_records != nullptr, c.kept);
+        EXPECT_EQ(out.colors[3 * 3 * c.triangles - 1], 255);  // missing colours are white
+        for (void* block : {(void*)out.positions, (void*)out.triangles, (void*)out.colors, (void*)out.part_records})
+            std::free(block);
+    }
 }
 
 }  // namespace

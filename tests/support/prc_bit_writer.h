@@ -4,41 +4,18 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace prc::test {
 
 // Sink of a Huffman bit field: bit i goes to bit (i mod 8) of byte i / 8 and a
 // value is written least significant bit first, as LsbBitFieldReader reads it.
-class LsbBitFieldWriter {
-public:
+struct LsbBitFieldWriter {
+    std::vector<uint8_t> bytes;
+    uint64_t bitCount = 0;
     void writeBits(uint32_t value, int n);
-    uint64_t bitCount() const { return bits_; }
-    const std::vector<uint8_t>& bytes() const { return bytes_; }
-
-private:
-    std::vector<uint8_t> bytes_;
-    uint64_t bits_ = 0;
 };
-
-// One entry of a Huffman code. `code` holds the element's bits as the decoder
-// compares them: the first bit of the element in the field is bit 0.
-struct HuffmanLeaf {
-    uint32_t value = 0;
-    uint32_t length = 1;
-    uint32_t code = 0;
-};
-
-// A prefix code over the distinct values, shorter codes for more frequent
-// values (a lone value gets the one-bit code 0). Leaves in ascending value order.
-std::vector<HuffmanLeaf> buildHuffmanCode(const std::vector<uint32_t>& values);
-
-// A complete bit field: the number of leaves, the width of the length fields
-// (by default the fewest bits that hold the longest length), each leaf (value
-// in numBitsPerElem bits, length, code reversed), the element count and the
-// code of every value. Every value must have a leaf.
-void writeHuffmanBitField(LsbBitFieldWriter& field, uint8_t numBitsPerElem, const std::vector<HuffmanLeaf>& leaves,
-                          const std::vector<uint32_t>& values, uint32_t lengthFieldWidth = 0);
 
 class PRCBitWriter {
 public:
@@ -50,15 +27,11 @@ public:
     void writeUnsignedInteger(uint32_t value);
     void writeInteger(int32_t value);
     void writeString(const std::string& s);
-    void writeNullString() { writeBit(false); }
-    void writeVector3d(double x, double y, double z);
-    void writeUserData(uint32_t bits = 0);  // a bit count and that many zero bits
-
-    // Doubles: a value row when one matches the value, else the exponent row
-    // with the mantissa bytes. MantissaStyle::Literal writes every byte as a
-    // literal; MantissaStyle::Shortest uses the back-references where they fit.
-    enum class MantissaStyle { Literal, Shortest };
-    void writeDouble(double value, MantissaStyle style = MantissaStyle::Shortest);
+    void writeVector3d(double x, double y, double z) { writeDouble(x), writeDouble(y), writeDouble(z); }
+    void writeUserData(uint32_t bits = 0) { writeUnsignedInteger(bits), writeBits(0, int(bits)); }  // that many zero bits
+    // A value row when one matches, else the exponent row and the mantissa
+    // bytes, each as the shortest of a literal and the back-references.
+    void writeDouble(double value);
 
     // Graphics block: full (same_as_current false) or reused; the count and
     // pairs after it are written when version > 8137.
@@ -66,26 +39,26 @@ public:
                        uint32_t style_plus_one = 0, uint16_t behaviour = 1,
                        const std::vector<std::pair<uint32_t, uint32_t>>& pairs = {});
 
-    // Content base of an entity: no attributes, a name (or the reuse bit) and,
-    // when the type carries them, three identifiers.
+    // Content base of an entity: no attributes, a name (or the reuse bit when
+    // name is null) and, when the type carries them, three identifiers.
     void writeContentBase(uint32_t type, const std::string* name);
     void writeEmptyContentBase() { writeUnsignedInteger(0); writeEmptyName(); }
-    void writeEmptyName() { writeBit(false); writeNullString(); }  // a name read, and empty
+    void writeEmptyName() { writeBitString("00"); }  // a name read, and absent
 
-    // Compressed arrays. A Huffman array carries its bit field as 32-bit words,
-    // each least significant byte first, then the bits used in the last word.
-    // The count of used bits may be overridden to build broken arrays.
-    void writeHuffmanArray(const LsbBitFieldWriter& field, int64_t bitsUsedInLastWord = -1);
-    void writeHuffmanArray(const std::vector<uint32_t>& values, uint8_t numBitsPerElem);
+    // A Huffman array: the field as 32-bit words, each least significant byte
+    // first, then the bits used in the last word (overridable, to break it).
+    void writeHuffmanArray(const LsbBitFieldWriter& field, int64_t bitsUsedInLastWord = -1);  // -1: the true count
     // Plain (count, then bytes; shorts low byte first) or Huffman-coded, with
     // or without the leading compression bit.
-    void writeShortArray(const std::vector<uint16_t>& values, bool compressed, bool withFlag = true,
-                         uint8_t numBitsPerElem = 16);
-    void writeCharacterArray(const std::vector<uint8_t>& values, bool compressed, bool withFlag = true,
-                             uint8_t numBitsPerElem = 8);
+    void writeShortArray(const std::vector<uint16_t>& v, bool compressed, bool withFlag = true, uint8_t numBits = 16) {
+        writeSmallArray(v, compressed, withFlag, numBits);
+    }
+    void writeCharacterArray(const std::vector<uint8_t>& v, bool compressed, bool withFlag = true, uint8_t numBits = 8) {
+        writeSmallArray(v, compressed, withFlag, numBits);
+    }
     // Bit counts (sign bit + magnitude bits) as a character array of width 6,
     // then each value's sign and magnitude. INT32_MIN has no encoding; Huffman
-    // counts stop at 31 (a 6-bit signed leaf).
+    // counts must fit a 6-bit signed leaf (up to 31).
     void writeCompressedIntegerArray(const std::vector<int32_t>& values, bool compressedCounts = true);
     // Index arrays: the deltas between successive values, their bit counts
     // given as differences (character array of bitCountWidth bits).
@@ -98,8 +71,15 @@ public:
     void append(const PRCBitWriter& other);
 
 private:
+    template <typename T>  // defined for uint8_t and uint16_t
+    void writeSmallArray(const std::vector<T>& values, bool compressed, bool withFlag, uint8_t bits);
     std::vector<uint8_t> bytes_;
     uint64_t bits_ = 0;
 };
+
+// A complete Huffman bit field over values of numBitsPerElem bits: the leaves
+// (the most frequent value gets the one-bit code 0, every other value a 1 then
+// its rank in fixed width), the element count and each value's code.
+LsbBitFieldWriter huffmanBitField(const std::vector<uint32_t>& values, uint8_t numBitsPerElem);
 
 }  // namespace prc::test

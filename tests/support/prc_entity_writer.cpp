@@ -1,589 +1,215 @@
 #include "tests/support/prc_entity_writer.h"
 
+#include <optional>
+#include <sstream>
+#include <set>
+
 namespace prc::test {
 
 namespace {
 
-struct ActiveHostileCount {
-    std::string list;
+struct TamperWritten {};
+struct ActiveTamper {
+    std::string slot;
     uint32_t value = 0;
     bool used = false;
 };
-std::optional<ActiveHostileCount>& activeHostileCount() {
-    static std::optional<ActiveHostileCount> active;
-    return active;
-}
-
-void writeCount(PRCBitWriter& w, const char* list, size_t n) {
-    auto& active = activeHostileCount();
-    if (active && active->list == list) {
-        w.writeUnsignedInteger(active->value);
-        active->used = true;
-        throw HostileCountWritten{};
-    }
-    w.writeUnsignedInteger(uint32_t(n));
-}
-
-void writeVec3(PRCBitWriter& w, const Vec3& v) { w.writeVector3d(v[0], v[1], v[2]); }
-
-void writeName(PRCBitWriter& w, const NameField& name) {
-    if (name) {
-        w.writeBit(false);
-        w.writeString(*name);
-    } else {
-        w.writeBit(true);
-    }
-}
-
-bool carriesIdentifiers(uint32_t type) { return !((type >= 301 && type <= 305) || type == 703); }
-
-void writeTitle(PRCBitWriter& w, const std::string& title, const std::optional<uint32_t>& number) {
-    w.writeBit(number.has_value());
-    if (number)
-        w.writeUnsignedInteger(*number);
-    else
-        w.writeString(title);
-}
-
-void writeDrawnHead(PRCBitWriter& w, uint32_t version, uint32_t type, const DrawnHead& head) {
-    writeContentBase(w, type, head.name);
-    writeGraphics(w, version, head.graphics);
-}
-
-void writeReferences(PRCBitWriter& w, const char* list, const std::vector<ReferenceFields>& refs) {
-    writeCount(w, list, refs.size());
-    for (const ReferenceFields& ref : refs) writeReferenceOnPRCBase(w, ref);
-}
-
-void writeDoubles(PRCBitWriter& w, int n, double value = 0.5) {
-    for (int i = 0; i < n; ++i) w.writeDouble(value);
-}
+std::optional<ActiveTamper> active;
 
 }  // namespace
 
-HostileCount::HostileCount(std::string list, uint32_t value) {
-    activeHostileCount() = ActiveHostileCount{std::move(list), value, false};
+bool writeTampered(PRCBitWriter& w, const std::string& slot, uint32_t value,
+                   const std::function<void(PRCBitWriter&)>& write) {
+    active = ActiveTamper{slot, value};
+    try {
+        write(w);
+    } catch (const TamperWritten&) {
+    }
+    const bool used = active->used;
+    active.reset();
+    return used;
 }
 
-HostileCount::~HostileCount() { activeHostileCount().reset(); }
-
-bool HostileCount::used() const { return activeHostileCount() && activeHostileCount()->used; }
-
-void writeGraphics(PRCBitWriter& w, uint32_t version, const GraphicsFields& g) {
-    w.writeGraphics(version, g.same_as_current, g.layer_plus_one, g.style_plus_one, g.behaviour, g.pairs);
+std::set<std::string>& slotsWritten() {
+    static std::set<std::string> slots;
+    return slots;
 }
 
-void writeContentBase(PRCBitWriter& w, uint32_t type, const NameField& name) { writeContentBase(w, type, name, {}); }
+void writeSlot(PRCBitWriter& w, const std::string& slot, uint32_t value, bool isInteger) {
+    slotsWritten().insert(slot);
+    const bool tampered = active && active->slot == slot;
+    if (tampered) value = active->value;
+    isInteger ? w.writeInteger(int32_t(value)) : w.writeUnsignedInteger(value);
+    if (tampered) {
+        active->used = true;
+        throw TamperWritten{};
+    }
+}
 
-void writeAttributes(PRCBitWriter& w, const std::vector<AttributeFields>& attributes) {
-    writeCount(w, "Attributes", attributes.size());
-    for (const AttributeFields& a : attributes) {
-        w.writeUnsignedInteger(a.type);
-        writeTitle(w, a.title, a.title_number);
-        writeCount(w, "Attribute.keys", a.keys.size());
-        for (const AttributeKeyFields& k : a.keys) {
-            writeTitle(w, k.title, k.title_number);
-            w.writeUnsignedInteger(k.value_type);
-            switch (k.value_type) {
-                case 1:
-                case 3:
-                    w.writeInteger(k.integer);
-                    break;
-                case 2:
-                    w.writeDouble(k.number);
-                    break;
-                case 4:
-                    w.writeString(k.text);
-                    break;
-                case 5:
-                    w.writeInteger(k.integer);
-                    w.writeUnsignedInteger(k.unsigned_value);
-                    break;
-                default:
-                    break;
+void put(PRCBitWriter& w, uint32_t version, const std::string& layout) {
+    std::istringstream in(layout);
+    for (std::string t; in >> t;) {
+        const size_t eq = t.find('='), colon = t.find(':');
+        const auto number = [&](size_t at) { return std::stol(t.substr(at)); };
+        if (eq != std::string::npos) {
+            writeSlot(w, t.substr(0, eq), uint32_t(number(eq + 1 + (t[eq + 1] == 'i'))), t[eq + 1] == 'i');
+        } else if (colon != std::string::npos) {
+            // Target type, same-file-structure bit (else the file structure's
+            // identifier), unique identifier; 206 first has the topology bit,
+            // and with it two values and the indices after the identifiers.
+            static const char* const bodies[2][2] = {
+                {"u5 b1 u99", "u5 b0 u1 u2 u300 u4 u99"},
+                {"u5 b0", "u5 b1 b0 u1 u2 u300 u4 u1 u2 ReferenceData.indices#=3 u5 u6 u7"}};
+            writeSlot(w, t.substr(colon + 1), t[0] == 't' ? 206 : 205);
+            put(w, version, bodies[t[0] == 't'][t[colon - 1] == '+']);
+        } else if (t.ends_with("base") || t.ends_with("head")) {
+            writeBase(w, t[0] == 'r' ? nullptr : "entity");
+            if (t.ends_with("head")) w.writeGraphics(version, t[0] == 'r', 2, 0, 1, {{1, 2}});
+        } else if (t == "user") {
+            w.writeUserData();
+        } else {
+            switch (t[0]) {
+                case 'b': w.writeBit(t[1] == '1'); break;
+                case 'u': w.writeUnsignedInteger(uint32_t(number(1))); break;
+                case 'i': w.writeInteger(int32_t(number(1))); break;
+                case 'c': w.writeCharacter(uint8_t(number(1))); break;
+                case 'd': for (long i = 0; i < number(1); ++i) w.writeDouble(0.5 + double(i)); break;
+                default: w.writeString(t.substr(1)); break;
             }
         }
     }
 }
 
-void writeContentBase(PRCBitWriter& w, uint32_t type, const NameField& name,
-                      const std::vector<AttributeFields>& attributes) {
-    writeAttributes(w, attributes);
-    writeName(w, name);
-    if (carriesIdentifiers(type))
-        for (uint32_t id : {1u, 2u, 3u}) w.writeUnsignedInteger(id);
+void writeBase(PRCBitWriter& w, const char* name, uint32_t attributes, int identifiers) {
+    writeSlot(w, "Attributes#", attributes);
+    for (uint32_t a = 0; a < attributes; ++a)  // titles by string, then by number; keys of each value type
+        put(w, 0,
+            std::string(a % 2 ? "PRCAttribute=201 b1 u12" : "PRCAttribute=201 b0 stitle") +
+                " Attribute.keys#=6 b0 sk AttributeKey.type=0 b1 u1 AttributeKey.type=1 i-300"
+                " b0 sk AttributeKey.type=2 d1 b1 u3 AttributeKey.type=3 i7"
+                " b0 sk AttributeKey.type=4 svalue b1 u5 AttributeKey.type=5 i-1 u70000");
+    w.writeBit(name == nullptr);
+    if (name) w.writeString(name);
+    for (int i = 0; i < identifiers; ++i) w.writeUnsignedInteger(uint32_t(i + 1));
 }
 
-void writeReferenceData(PRCBitWriter& w, const ReferenceFields& ref) {
-    w.writeUnsignedInteger(ref.code);
-    w.writeUnsignedInteger(ref.target_type);
-    auto writeFileStructure = [&] {
-        w.writeBit(ref.same_file_structure);
-        if (!ref.same_file_structure)
-            for (uint32_t word : ref.file_structure) w.writeUnsignedInteger(word);
-    };
-    if (ref.code != 206) {
-        writeFileStructure();
-        w.writeUnsignedInteger(ref.unique_identifier);
-        return;
-    }
-    w.writeBit(ref.has_topology);
-    if (!ref.has_topology) return;
-    writeFileStructure();
-    w.writeUnsignedInteger(ref.topology_values[0]);
-    w.writeUnsignedInteger(ref.topology_values[1]);
-    writeCount(w, "ReferenceData.indices", ref.indices.size());
-    for (uint32_t v : ref.indices) w.writeUnsignedInteger(v);
+void writeView(PRCBitWriter& w, uint32_t version) {
+    put(w, version, "PRCView=501");
+    writeBase(w, "view", 2);
+    w.writeGraphics(version, false, 2, 0);
+    // A plane has every bit of its cartesian layout (origin, three axes, scale
+    // vector, uniform scale, homogeneous terms: 20 values), then 8 values of
+    // parameterisation. After their colours, lights have no values (ambient),
+    // a position and attenuation (point), a direction and from version 8030
+    // one more value (directional), or the point's, a direction and a cone.
+    const std::string plane = " PRCSurfacePlane=86 b0 u0 c127 d28 ";
+    put(w, version,
+        "View.annotations#=2 ref:View.annotations ref:View.annotations" + plane +
+            "b1 PRCSceneDisplayParameters=741 base b1 SceneDisplayParameters.lights#=4 Light=731 base u1 u2 u3 "
+            "Light=732 base u1 u2 u3 d6 Light=733 base u1 u2 u3 d" + (version >= 8030 ? "4" : "3") +
+            " Light=734 base u1 u2 u3 d11 b1 PRCCamera=742 base b1 d15 b1 d3 "
+            "SceneDisplayParameters.clipping_planes#=2" +
+            plane + "PRCSurfacePlane=86 b1 Attributes#=0 b0 splane u7 u0 c127 d28 u1 u2 "
+            "SceneDisplayParameters.style_pairs#=2 u1 u2 u3 u4 " + (version > 8136 ? "b1 " : ""));
+    // Entity references reuse the view's graphics: none, then each form.
+    put(w, version,
+        "b1 b0 b1 View.linked_items#=1 ref:View.linked_items View.filters#=1 PRCFilter=320 base b1 b0 Filter.layers#=3 "
+        "u1 u2 u3 b1 Filter.entity_references#=3 PRCEntityReference=203 rhead u0 b0 user "
+        "PRCEntityReference=203 rhead u0 b1 ref+:EntityReference.reference user "
+        "PRCEntityReference=203 rhead u0 b1 topo+:EntityReference.reference user user user");
 }
 
-void writeCartesianLayout(PRCBitWriter& w, const CartesianFields& t) {
-    w.writeCharacter(t.behaviour);
-    if (t.behaviour & 0x01) writeVec3(w, t.origin);
-    if (t.behaviour & 0x20) {
-        writeVec3(w, t.x);
-        writeVec3(w, t.y);
-        writeVec3(w, t.z);
-    } else if (t.behaviour & 0x02) {
-        writeVec3(w, t.x);
-        writeVec3(w, t.y);
-    }
-    if (t.behaviour & 0x10) writeVec3(w, t.scale);
-    if (t.behaviour & 0x08) w.writeDouble(t.uniform_scale);
-    if (t.behaviour & 0x40)
-        for (double d : t.homogeneous) w.writeDouble(d);
-}
-
-void writeCartesianTransformation(PRCBitWriter& w, const CartesianFields& t) {
-    w.writeUnsignedInteger(202);
-    writeCartesianLayout(w, t);
-}
-
-void writeGeneralTransformation(PRCBitWriter& w, const Matrix4& m) {
-    w.writeUnsignedInteger(207);
-    for (int column = 0; column < 4; ++column)
-        for (int row = 0; row < 4; ++row) w.writeDouble(m[size_t(4 * row + column)]);
-}
-
-void writeSurfacePlane(PRCBitWriter& w, const SurfacePlaneFields& p) {
-    w.writeUnsignedInteger(p.type);
-    w.writeBit(p.base_information);
-    if (p.base_information) {
-        writeAttributes(w, p.attributes);
-        writeName(w, p.name);
-        w.writeUnsignedInteger(7);  // identifier
-    }
-    w.writeUnsignedInteger(0);
-    writeCartesianLayout(w, p.transformation);
-    for (double d : {-1.0, 1.0, -1.0, 1.0}) w.writeDouble(d);  // parameter ranges
-    for (double d : {1.0, 0.0, 1.0, 0.0}) w.writeDouble(d);
-}
-
-void writeMarkupLinkedItem(PRCBitWriter& w, uint32_t version, const MarkupLinkedItemFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, 204, s.head);
-    w.writeUnsignedInteger(0);
-    for (const auto* ref : {&s.first, &s.second}) {
-        w.writeBit(ref->has_value());
-        if (*ref) writeReferenceData(w, **ref);
-    }
-    w.writeBitString("1010");
-    w.writeUserData();
-}
-
-void writeLeader(PRCBitWriter& w, uint32_t version, const LeaderFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, 503, s.head);
-    for (const auto* ref : {&s.first, &s.second}) {
-        w.writeBit(ref->has_value());
-        if (*ref) writeReferenceOnPRCBase(w, **ref);
-    }
-    w.writeUnsignedInteger(0);
-    w.writeUserData();
-}
-
-void writeMarkup(PRCBitWriter& w, uint32_t version, const MarkupFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, 502, s.head);
-    w.writeUnsignedInteger(1);
-    w.writeUnsignedInteger(2);
-    writeReferences(w, "Markup.linked_items", s.linked_items);
-    writeReferences(w, "Markup.leaders", s.leaders);
-    w.writeUnsignedInteger(3);
-    w.writeUserData();
-}
-
-void writeAnnotationEntity(PRCBitWriter& w, uint32_t version, const AnnotationFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, s.type, s.head);
-    if (s.type == 504) {
-        writeReferenceOnPRCBase(w, s.markup);
-    } else if (s.type == 505) {
-        writeCount(w, "AnnotationSet.children", s.children.size());
-        for (const AnnotationFields& child : s.children) writeAnnotationEntity(w, version, child);
-    } else {
-        writeReferences(w, "AnnotationReference.linked_items", s.linked_items);
-    }
-    w.writeUserData();
-}
-
-AnnotationFields nestedAnnotationSets(int depth) {
-    AnnotationFields s;  // the innermost item
-    for (int i = 0; i < depth; ++i) {
-        AnnotationFields set;
-        set.type = 505;
-        set.children.push_back(std::move(s));
-        s = std::move(set);
-    }
-    return s;
-}
-
-void writeMarkups(PRCBitWriter& w, uint32_t version, const MarkupsFields& s) {
-    writeCount(w, "Markups.linked_items", s.linked_items.size());
-    for (const auto& e : s.linked_items) writeMarkupLinkedItem(w, version, e);
-    writeCount(w, "Markups.leaders", s.leaders.size());
-    for (const auto& e : s.leaders) writeLeader(w, version, e);
-    writeCount(w, "Markups.markups", s.markups.size());
-    for (const auto& e : s.markups) writeMarkup(w, version, e);
-    writeCount(w, "Markups.annotations", s.annotations.size());
-    for (const auto& e : s.annotations) writeAnnotationEntity(w, version, e);
-}
-
-void writeEntityReference(PRCBitWriter& w, uint32_t version, const EntityReferenceFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, 203, s.head);
-    w.writeUnsignedInteger(0);
-    w.writeBit(s.reference.has_value());
-    if (s.reference) writeReferenceData(w, *s.reference);
-    w.writeUserData();
-}
-
-void writeFilter(PRCBitWriter& w, uint32_t version, const FilterFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 320, s.name);
-    w.writeBit(true);
-    w.writeBit(false);
-    writeCount(w, "Filter.layers", s.layers.size());
-    for (uint32_t layer : s.layers) w.writeUnsignedInteger(layer);
-    w.writeBit(true);
-    writeCount(w, "Filter.entity_references", s.references.size());
-    for (const auto& ref : s.references) writeEntityReference(w, version, ref);
-    w.writeUserData();
-}
-
-void writeLight(PRCBitWriter& w, uint32_t version, const LightFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, s.type, s.name);
-    for (uint32_t colour : {1u, 2u, 3u}) w.writeUnsignedInteger(colour);
-    switch (s.type) {
-        case 732:
-            w.writeVector3d(1, 2, 3);
-            writeDoubles(w, 3);
-            break;
-        case 733:
-            w.writeVector3d(0, 0, -1);
-            if (version >= 8030) w.writeDouble(0.5);
-            break;
-        case 734:
-            w.writeVector3d(1, 2, 3);
-            writeDoubles(w, 3);
-            w.writeVector3d(0, 0, -1);
-            writeDoubles(w, 2);
-            break;
-        default:
-            break;
-    }
-}
-
-void writeCamera(PRCBitWriter& w, const CameraFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 742, s.name);
-    w.writeBit(true);
-    w.writeVector3d(0, 0, 10);
-    w.writeVector3d(0, 0, 0);
-    w.writeVector3d(0, 1, 0);
-    writeDoubles(w, 6, 2.0);
-}
-
-void writeSceneDisplayParameters(PRCBitWriter& w, uint32_t version, const SceneDisplayParametersFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 741, s.name);
-    w.writeBit(true);
-    writeCount(w, "SceneDisplayParameters.lights", s.lights.size());
-    for (const auto& light : s.lights) writeLight(w, version, light);
-    w.writeBit(s.camera.has_value());
-    if (s.camera) writeCamera(w, *s.camera);
-    w.writeBit(s.rotation_center.has_value());
-    if (s.rotation_center) writeVec3(w, *s.rotation_center);
-    writeCount(w, "SceneDisplayParameters.clipping_planes", s.clipping_planes.size());
-    for (const auto& plane : s.clipping_planes) writeSurfacePlane(w, plane);
-    w.writeUnsignedInteger(1);
-    w.writeUnsignedInteger(2);
-    writeCount(w, "SceneDisplayParameters.style_pairs", s.style_pairs.size());
-    for (auto [a, b] : s.style_pairs) {
-        w.writeUnsignedInteger(a);
-        w.writeUnsignedInteger(b);
-    }
-    if (version > 8136) w.writeBit(true);
-}
-
-void writeView(PRCBitWriter& w, uint32_t version, const ViewFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeDrawnHead(w, version, 501, s.head);
-    writeReferences(w, "View.annotations", s.annotations);
-    writeSurfacePlane(w, s.plane);
-    w.writeBit(s.scene.has_value());
-    if (s.scene) writeSceneDisplayParameters(w, version, *s.scene);
-    w.writeBitString("101");
-    writeReferences(w, "View.linked_items", s.linked_items);
-    writeCount(w, "View.filters", s.filters.size());
-    for (const auto& filter : s.filters) writeFilter(w, version, filter);
-    w.writeUserData();
-}
-
-RepresentationItemFields RepresentationItemFields::set(std::vector<RepresentationItemFields> children) {
-    RepresentationItemFields s;
-    s.type = 239;
-    s.items = std::move(children);
-    return s;
-}
-
-RepresentationItemFields RepresentationItemFields::coordinateSystem(const CartesianFields& t) {
-    RepresentationItemFields s;
-    s.type = 240;
-    s.cartesian = t;
-    return s;
-}
-
-RepresentationItemFields RepresentationItemFields::coordinateSystem(const Matrix4& m) {
-    RepresentationItemFields s;
-    s.type = 240;
-    s.general = m;
-    return s;
+void writeMarkups(PRCBitWriter& w, uint32_t version) {
+    put(w, version,
+        "Markups.linked_items#=2 PRCMarkupLinkedItem=204 head u0 b0 b0 b1 b0 b1 b0 user "
+        "PRCMarkupLinkedItem=204 head u0 b1 ref:LinkedItem.reference b1 topo:LinkedItem.reference b1 b0 b1 b0 user "
+        "Markups.leaders#=3 PRCLeader=503 head b0 b0 u0 user "
+        "PRCLeader=503 head b0 b1 ref:Leader.second_linked_item u0 user "
+        "PRCLeader=503 head b1 ref:Leader.first_linked_item b1 ref:Leader.second_linked_item u0 user "
+        "Markups.markups#=1 PRCMarkup=502 head u1 u2 Markup.linked_items#=2 ref:Markup.linked_items "
+        "ref:Markup.linked_items Markup.leaders#=1 ref:Markup.leaders u3 user Markups.annotations#=1");
+    // Two sets, each holding the next and a reference, around an item.
+    const std::string reference =
+        " AnnotationEntity=506 head AnnotationReference.linked_items#=2 ref:AnnotationReference.linked_items "
+        "ref:AnnotationReference.linked_items user ";
+    put(w, version,
+        "AnnotationEntity=505 head AnnotationSet.children#=2 AnnotationEntity=505 head AnnotationSet.children#=2 "
+        "AnnotationEntity=504 head ref:AnnotationItem.markup user" + reference + "user" + reference + "user");
 }
 
 void writeRepresentationItem(PRCBitWriter& w, uint32_t version, const RepresentationItemFields& s) {
-    w.writeUnsignedInteger(s.type);
+    writeSlot(w, "RepresentationItem", s.type);
     if (s.type == 0) return;
-    writeContentBase(w, s.type, s.name);
-    writeGraphics(w, version, s.graphics);
-    w.writeUnsignedInteger(s.coordinate_system_plus_one);
+    writeBase(w, nullptr);
+    w.writeGraphics(version, false, 0, s.style_plus_one);
+    w.writeUnsignedInteger(s.system_plus_one);
     w.writeUnsignedInteger(s.tessellation_plus_one);
-    switch (s.type) {
-        case 232:
-            w.writeBit(s.flag);
-            if (s.flag) {
-                w.writeUnsignedInteger(4);
-                w.writeUnsignedInteger(5);
-            }
-            w.writeBit(s.is_closed);
-            break;
-        case 233:
-        case 235:
-            w.writeBit(s.flag);
-            if (s.flag) {
-                w.writeUnsignedInteger(4);
-                w.writeUnsignedInteger(5);
-            }
-            break;
-        case 234:
-            w.writeBit(s.flag);
-            if (s.flag) w.writeVector3d(1, 2, 3);
-            w.writeVector3d(0, 0, 1);
-            break;
-        case 236:
-            writeCount(w, "PointSet.points", s.points);
-            for (uint32_t i = 0; i < s.points; ++i) w.writeVector3d(i, 0.5, -1);
-            break;
-        case 237:
-            w.writeBit(s.is_closed);
-            break;
-        case 239:
-            writeCount(w, "Set.items", s.items.size());
-            for (const auto& child : s.items) writeRepresentationItem(w, version, child);
-            break;
-        case 240:
-            if (s.general)
-                writeGeneralTransformation(w, *s.general);
-            else
-                writeCartesianTransformation(w, s.cartesian);
-            break;
-        default:
-            break;
+    // The body of kinds 232 to 238, without then with its optional parts.
+    const char* const bodies[][2] = {{"b0 b1", "b1 u4 u5 b0"}, {"b0", "b1 u4 u5"}, {"b0 d3", "b1 d6"},
+                                     {"b0", "b1 u4 u5"},       {"PointSet.points#=0", "PointSet.points#=3 d9"},
+                                     {"b1", "b0"},             {"", ""}};
+    if (s.type <= 238) put(w, version, bodies[s.type - 232][s.flag]);
+    if (s.type == 239) {
+        writeSlot(w, "Set.items#", uint32_t(s.items.size()));
+        for (const RepresentationItemFields& child : s.items) writeRepresentationItem(w, version, child);
     }
-    w.writeUserData(s.user_data_bits);
-}
-
-RepresentationItemFields nestedSets(int depth) {
-    RepresentationItemFields s;
-    for (int i = 0; i < depth; ++i) s = RepresentationItemFields::set({std::move(s)});
-    return s;
-}
-
-MaterialFields MaterialFields::withDiffuse(uint32_t diffuse_plus_one) {
-    MaterialFields s;
-    s.diffuse = diffuse_plus_one;
-    return s;
-}
-
-MaterialFields MaterialFields::textureApplication(uint32_t material_plus_one) {
-    MaterialFields s;
-    s.type = 711;
-    s.name = "application";
-    s.material_plus_one = material_plus_one;
-    return s;
-}
-
-void writeMaterial(PRCBitWriter& w, const MaterialFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, s.type, s.name);
-    if (s.type == 711) {
-        w.writeUnsignedInteger(s.material_plus_one);
-        for (uint32_t v : s.application_values) w.writeUnsignedInteger(v);
-        return;
+    if (s.type == 240) {
+        put(w, version, "Transformation=207");
+        for (int column = 0; column < 4; ++column)
+            for (int row = 0; row < 4; ++row) w.writeDouble(s.matrix[size_t(4 * row + column)]);
     }
-    for (uint32_t index : {s.ambient, s.diffuse, s.emissive, s.specular}) w.writeUnsignedInteger(index);
-    for (double d : {s.shininess, s.ambient_alpha, s.diffuse_alpha, s.emissive_alpha, s.specular_alpha})
-        w.writeDouble(d);
+    w.writeUserData(s.flag ? 13 : 0);
 }
-
-StyleFields StyleFields::color(uint32_t color_plus_one) {
-    StyleFields s;
-    s.color_material_plus_one = color_plus_one;
-    return s;
-}
-
-StyleFields StyleFields::material(uint32_t material_plus_one) {
-    StyleFields s;
-    s.is_material = true;
-    s.color_material_plus_one = material_plus_one;
-    return s;
-}
-
-void writeStyle(PRCBitWriter& w, const StyleFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 701, s.name);
-    w.writeDouble(s.line_width);
-    w.writeBit(s.line_pattern_bit);
-    w.writeUnsignedInteger(s.line_pattern);
-    w.writeBit(s.is_material);
-    w.writeUnsignedInteger(s.color_material_plus_one);
-    auto optionalByte = [&](const std::optional<uint8_t>& b) {
-        w.writeBit(b.has_value());
-        if (b) w.writeCharacter(*b);
-    };
-    optionalByte(s.transparency);
-    for (const auto& b : s.additional) optionalByte(b);
-}
-
-namespace {
-
-void writePicture(PRCBitWriter& w, const PictureFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 703, s.name);
-    w.writeInteger(s.format);
-    for (uint32_t v : s.values) w.writeUnsignedInteger(v);
-}
-
-void writeTextureTransformation(PRCBitWriter& w, const TextureTransformationFields& s) {
-    w.writeUnsignedInteger(s.type);
-    w.writeBit(s.first);
-    w.writeBit(s.second);
-    w.writeBit(s.behaviour.has_value());
-    if (!s.behaviour) return;
-    const uint8_t b = *s.behaviour;
-    w.writeCharacter(b);
-    if (b & 0x01) writeDoubles(w, 2);
-    if (b & 0x20)
-        writeDoubles(w, 4);
-    else if (b & 0x02)
-        writeDoubles(w, 2);
-    if (b & 0x10)
-        writeDoubles(w, 2);
-    else if (b & 0x08)
-        writeDoubles(w, 1);
-    if (b & 0x40) writeDoubles(w, 3);
-}
-
-void writeTextureDefinition(PRCBitWriter& w, const TextureDefinitionFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 712, s.name);
-    w.writeUnsignedInteger(s.picture_plus_one);
-    w.writeCharacter(s.dimension);
-    w.writeInteger(s.mapping_operator);
-    w.writeUnsignedInteger(s.mapping_value);
-    writeCount(w, "TextureDefinition.doubles", s.doubles.size());
-    for (double d : s.doubles) w.writeDouble(d);
-    writeCount(w, "TextureDefinition.bytes", s.bytes.size());
-    for (uint8_t b : s.bytes) w.writeCharacter(b);
-    w.writeInteger(s.mapping_type);
-    if (s.mapping_type == 3) writeDoubles(w, 4);
-    for (int32_t f : s.functions) {
-        w.writeInteger(f);
-        if (f != 0) w.writeInteger(-f);
-    }
-    w.writeCharacter(s.flags);
-    if (s.flags & 0x02) {
-        w.writeInteger(9);
-        w.writeDouble(0.25);
-    }
-    const size_t wraps = s.dimension <= 1 ? 1 : s.dimension == 2 ? 2 : 3;
-    for (size_t i = 0; i < wraps; ++i) w.writeInteger(s.wrapping[i]);
-    w.writeBit(s.transformation.has_value());
-    if (s.transformation) writeTextureTransformation(w, *s.transformation);
-}
-
-void writeLinePattern(PRCBitWriter& w, const LinePatternFields& s) {
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 721, s.name);
-    writeCount(w, "LinePattern.lengths", s.lengths.size());
-    for (double d : s.lengths) w.writeDouble(d);
-    w.writeDouble(0.0);
-    w.writeBit(true);
-}
-
-}  // namespace
 
 void writeGlobals(PRCBitWriter& w, uint32_t version, const GlobalsFields& s) {
-    writeCount(w, "Globals.schema", s.schema.size());
-    for (const auto& [type, tokens] : s.schema) {
-        w.writeUnsignedInteger(type);
-        writeCount(w, "Schema.tokens", tokens.size());
-        for (uint32_t t : tokens) w.writeUnsignedInteger(t);
-    }
-    w.writeUnsignedInteger(s.type);
-    writeContentBase(w, 303, s.name);
-    writeCount(w, "Globals.referenced_file_structures", s.referenced_file_structures.size());
-    for (const auto& id : s.referenced_file_structures)
-        for (uint32_t word : id) w.writeUnsignedInteger(word);
-    w.writeDouble(s.chord_height_ratio);
-    w.writeDouble(s.angle);
-    w.writeString(s.default_font);
-    writeCount(w, "Globals.fonts", s.fonts.size());
-    for (const FontFields& f : s.fonts) {
-        w.writeString(f.family);
-        w.writeUnsignedInteger(f.value);
-        writeCount(w, "Font.sizes", f.sizes.size());
-        for (auto [size, attributes] : f.sizes) {
-            w.writeUnsignedInteger(size);
-            w.writeCharacter(attributes);
+    put(w, version,
+        "Globals.schema#=2 u310 Schema.tokens#=2 u1 u2 u311 Schema.tokens#=0 FileStructureGlobals=303 Attributes#=0 "
+        "b1 Globals.referenced_file_structures#=1 u1 u2 u3 u4 d2 sCourier Globals.fonts#=1 sArial u1 Font.sizes#=2 "
+        "u10 c0 u12 c3");
+    writeSlot(w, "Globals.colors#", uint32_t(s.colors.size()));
+    for (const Vec3& c : s.colors) w.writeVector3d(c[0], c[1], c[2]);
+    // Texture definitions of each dimension, every other one with its optional
+    // parts; transformations without a behaviour byte, then with bytes that
+    // take each branch of its layout: 0x23 translation and non-orthogonal axes
+    // over rotation, 0x1A rotation and non-uniform over uniform scale, 0x4D
+    // translation, uniform scale and homogeneous terms.
+    const std::string head = "PRCTextureDefinition=712 rbase u1 c";
+    const std::string middle =
+        " TextureDefinition.mapping_operator=i0 u0 TextureDefinition.doubles#=2 d2 "
+        "TextureDefinition.bytes#=3 c1 c2 c3 ";
+    const std::string plain = "i0 i0 i0 c0 ", rich = "i3 d4 i4 i-4 i0 c2 i9 d1 ";
+    const std::string transformation = " b1 PRCTextureTransformation=713 b1 b0 ";
+    put(w, version,
+        "Globals.pictures#=1 PRCPicture=703 Attributes#=0 b1 i-1 u1 u2 u3 Globals.texture_definitions#=5 " +
+            head + "1" + middle + plain + "i0 b0 " +
+            head + "2" + middle + rich + "i0 i1" + transformation + "b0 " +
+            head + "3" + middle + plain + "i0 i1 i2" + transformation + "b1 c35 d6 " +
+            head + "1" + middle + rich + "i0" + transformation + "b1 c26 d4 " +
+            head + "2" + middle + plain + "i0 i1" + transformation + "b1 c77 d6");
+    writeSlot(w, "Globals.materials#", uint32_t(s.materials.size()));
+    for (const MaterialFields& m : s.materials) {
+        writeSlot(w, "Material", m.type);
+        writeBase(w, nullptr);
+        if (m.type == 711) {
+            put(w, version, "u" + std::to_string(m.material_plus_one) + " u1 u2 u3");
+            continue;
         }
+        for (uint32_t c : m.colors) w.writeUnsignedInteger(c);
+        for (double d : m.values) w.writeDouble(d);
     }
-    writeCount(w, "Globals.colors", s.colors.size());
-    for (const Vec3& c : s.colors) writeVec3(w, c);
-    writeCount(w, "Globals.pictures", s.pictures.size());
-    for (const auto& p : s.pictures) writePicture(w, p);
-    writeCount(w, "Globals.texture_definitions", s.texture_definitions.size());
-    for (const auto& t : s.texture_definitions) writeTextureDefinition(w, t);
-    writeCount(w, "Globals.materials", s.materials.size());
-    for (const auto& m : s.materials) writeMaterial(w, m);
-    writeCount(w, "Globals.line_patterns", s.line_patterns.size());
-    for (const auto& p : s.line_patterns) writeLinePattern(w, p);
-    writeCount(w, "Globals.styles", s.styles.size());
-    for (const auto& st : s.styles) writeStyle(w, st);
-    w.writeUnsignedInteger(s.fill_patterns);
-    writeCount(w, "Globals.reference_coordinate_systems", s.reference_coordinate_systems.size());
+    put(w, version,
+        "Globals.line_patterns#=1 PRCLinePattern=721 rbase LinePattern.lengths#=2 d3 b1 Globals.styles#=" +
+            std::to_string(s.styles.size()));
+    for (const StyleFields& style : s.styles) {
+        put(w, version, "PRCStyle=701 rbase");
+        w.writeDouble(style.line_width);
+        put(w, version, "b1 u2 b" + std::to_string(style.is_material) + " u" +
+                            std::to_string(style.color_material_plus_one) + " b1 c128 b0 b1 c7 b1 c9");
+    }
+    writeSlot(w, "Globals.fill_patterns", 0);
+    writeSlot(w, "Globals.reference_coordinate_systems#", uint32_t(s.reference_coordinate_systems.size()));
     for (const auto& item : s.reference_coordinate_systems) writeRepresentationItem(w, version, item);
-    w.writeUserData(s.user_data_bits);
+    w.writeUserData(21);
 }
 
 }  // namespace prc::test

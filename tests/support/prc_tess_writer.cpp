@@ -10,114 +10,108 @@ namespace prc::test {
 
 namespace {
 
-void writeDoubles(PRCBitWriter& w, const std::vector<double>& values) {
+template <typename T>
+void writeList(PRCBitWriter& w, const std::vector<T>& values) {
     w.writeUnsignedInteger(uint32_t(values.size()));
-    for (double v : values) w.writeDouble(v);
-}
-
-void writeUnsignedIntegers(PRCBitWriter& w, const std::vector<uint32_t>& values) {
-    w.writeUnsignedInteger(uint32_t(values.size()));
-    for (uint32_t v : values) w.writeUnsignedInteger(v);
-}
-
-void writeTessBase(PRCBitWriter& w, const std::vector<double>& coordinates, bool flag = false) {
-    w.writeBit(flag);
-    writeDoubles(w, coordinates);
+    for (T v : values) {
+        if constexpr (std::is_same_v<T, double>)
+            w.writeDouble(v);
+        else
+            w.writeUnsignedInteger(v);
+    }
 }
 
 void writeBitsOf(PRCBitWriter& w, const std::vector<bool>& bits) {
     for (bool b : bits) w.writeBit(b);
 }
 
-}  // namespace
+void writeBytes(PRCBitWriter& w, const std::vector<uint8_t>& bytes) {
+    for (uint8_t b : bytes) w.writeCharacter(b);
+}
 
+// The first row whole, each later one as a repeat bit and, when not repeated, its bytes.
 void writeVertexColors(PRCBitWriter& w, const std::vector<uint8_t>& rows, uint32_t bytesPerRow) {
-    for (size_t row = 0; row * bytesPerRow < rows.size(); ++row) {
-        const uint8_t* current = rows.data() + row * bytesPerRow;
-        if (row > 0) {
-            const bool repeat = std::memcmp(current, current - bytesPerRow, bytesPerRow) == 0;
+    for (size_t at = 0; at < rows.size(); at += bytesPerRow) {
+        if (at > 0) {
+            const bool repeat = std::memcmp(&rows[at], &rows[at - bytesPerRow], bytesPerRow) == 0;
             w.writeBit(repeat);
             if (repeat) continue;
         }
-        for (uint32_t b = 0; b < bytesPerRow; ++b) w.writeCharacter(current[b]);
+        for (uint32_t b = 0; b < bytesPerRow; ++b) w.writeCharacter(rows[at + b]);
     }
 }
 
 void writeTessFace(PRCBitWriter& w, const TessFaceFields& face) {
     w.writeUnsignedInteger(kTessFace);
-    writeUnsignedIntegers(w, face.stored_line_attributes);
-    w.writeUnsignedInteger(face.ignored_value);
-    writeUnsignedIntegers(w, face.skipped_values);
+    writeList(w, face.stored_line_attributes);
+    w.writeUnsignedInteger(0);
+    writeList(w, face.skipped_values);
     w.writeUnsignedInteger(face.used_entities_flag);
-    w.writeUnsignedInteger(face.start);
-    writeUnsignedIntegers(w, face.sizes_triangulated);
-    w.writeUnsignedInteger(face.ignored_after_sizes);
+    w.writeUnsignedInteger(0);  // start in the index list, unused
+    writeList(w, face.sizes_triangulated);
+    w.writeUnsignedInteger(0);
     w.writeBit(face.has_vertex_colors);
     if (face.has_vertex_colors) {
         w.writeBit(face.is_rgba);
         w.writeBit(face.b_optimised);
         if (!face.b_optimised) writeVertexColors(w, face.rgba_vertices, face.is_rgba ? 4 : 3);
     }
-    if (!face.stored_line_attributes.empty()) w.writeUnsignedInteger(face.final_value);
+    if (!face.stored_line_attributes.empty()) w.writeUnsignedInteger(0);
 }
+
+}  // namespace
 
 void writePRC3DTess(PRCBitWriter& w, uint32_t authoring_version, const Tess3DFields& tess) {
     w.writeUnsignedInteger(k3DTess);
-    writeTessBase(w, tess.coordinates, tess.has_faces_flag);
-    w.writeBit(tess.ignored_flag);
-    if (authoring_version > 7038) {
-        w.writeBit(false);
-        if (authoring_version > 7046) {
-            w.writeBit(tess.must_recalculate_normals);
-            if (tess.must_recalculate_normals) {
-                w.writeBits(0, 8);
-                w.writeDouble(tess.crease_angle);
-            }
+    w.writeBit(false);
+    writeList(w, tess.coordinates);
+    w.writeBit(false);
+    if (authoring_version > 7038) w.writeBit(false);
+    if (authoring_version > 7046) {
+        w.writeBit(tess.must_recalculate_normals);
+        if (tess.must_recalculate_normals) {
+            w.writeBits(0, 8);
+            w.writeDouble(tess.crease_angle);
         }
     }
-    writeDoubles(w, tess.normal_coordinates);
-    writeUnsignedIntegers(w, tess.skipped_indices);
-    writeUnsignedIntegers(w, tess.triangulated_indices);
+    writeList(w, tess.normal_coordinates);
+    writeList(w, tess.skipped_indices);
+    writeList(w, tess.triangulated_indices);
     w.writeUnsignedInteger(uint32_t(tess.faces.size()));
     for (const TessFaceFields& face : tess.faces) writeTessFace(w, face);
-    writeDoubles(w, tess.trailing_doubles);
+    writeList(w, tess.trailing_doubles);
 }
 
 void writePRC3DWireTess(PRCBitWriter& w, const WireTessFields& wire) {
     w.writeUnsignedInteger(k3DWireTess);
-    writeTessBase(w, wire.coordinates);
-    writeUnsignedIntegers(w, wire.wire_indexes);
+    w.writeBit(false);
+    writeList(w, wire.coordinates);
+    writeList(w, wire.wire_indexes);
     w.writeBit(wire.has_colors);
-    if (wire.has_colors) {
-        w.writeBit(wire.is_rgba);
-        w.writeBit(wire.is_segment_color);
-        w.writeBit(wire.b_optimised);
-        if (!wire.b_optimised) writeVertexColors(w, wire.colors, wire.is_rgba ? 4 : 3);
-    }
+    if (!wire.has_colors) return;
+    for (bool b : {wire.is_rgba, wire.is_segment_color, wire.b_optimised}) w.writeBit(b);
+    if (!wire.b_optimised) writeVertexColors(w, wire.colors, wire.is_rgba ? 4 : 3);
 }
 
-void writePRCMarkupTess(PRCBitWriter& w, const MarkupTessFields& markup) {
+void writePRCMarkupTess(PRCBitWriter& w) {
     w.writeUnsignedInteger(kMarkupTess);
-    writeTessBase(w, markup.coordinates);
-    writeUnsignedIntegers(w, markup.codes);
-    w.writeUnsignedInteger(uint32_t(markup.texts.size()));
-    for (const std::string& text : markup.texts) w.writeString(text);
-    w.writeString(markup.label);
-    w.writeBits(markup.behaviour, 8);
+    w.writeBit(false);
+    writeList(w, std::vector<double>{1, 2, 3});
+    writeList(w, std::vector<uint32_t>{4, 0x80000000u});
+    w.writeUnsignedInteger(2);
+    for (const char* text : {"note", "", "label"}) w.writeString(text);
+    w.writeBits(0, 8);
 }
 
 void writePRC3DTessCompressed(PRCBitWriter& w, uint32_t authoring_version, const PRC3DTessCompressed& record,
-                              const CompressedTessEncoding& encoding) {
-    const bool huffman = encoding.huffman;
+                              bool huffman, const std::optional<CompressedIgnoredBlock>& block) {
     w.writeUnsignedInteger(k3DTessCompressed);
     w.writeBit(record.is_calculated);
     w.writeBit(record.leading_flag);
     w.writeDouble(record.tolerance);
-    if (authoring_version > 7030)
-        for (float c : record.point_origin) {
-            const uint32_t pattern = std::bit_cast<uint32_t>(c);
-            for (int i = 0; i < 4; ++i) w.writeBits((pattern >> (8 * i)) & 0xFF, 8);
-        }
+    if (authoring_version > 7030)  // least significant byte first
+        for (float c : record.point_origin)
+            for (int i = 0; i < 4; ++i) w.writeBits((std::bit_cast<uint32_t>(c) >> (8 * i)) & 0xFF, 8);
     w.writeCompressedIntegerArray(record.point_array, huffman);
     w.writeCharacterArray(record.edge_status_array, huffman, true, 2);
     w.writeCompressedIndiceArray(record.triangle_face_array, huffman, true, 6);
@@ -130,12 +124,12 @@ void writePRC3DTessCompressed(PRCBitWriter& w, uint32_t authoring_version, const
     if (record.must_recalculate_normals) {
         writeBitsOf(w, record.normal_is_reversed);
         w.writeDouble(record.crease_angle);
-        w.writeBits(encoding.ignored_byte, 8);
+        w.writeBits(0, 8);
     } else {
-        w.writeBits(record.normal_angle_number_of_bits, 8);
+        const uint8_t bits = record.normal_angle_number_of_bits;
+        w.writeBits(bits, 8);
         w.writeUnsignedInteger(uint32_t(record.normal_binary_data.size()));
         writeBitsOf(w, record.normal_binary_data);
-        const uint8_t bits = record.normal_angle_number_of_bits;
         w.writeShortArray(record.normal_angle_array, huffman, true, bits >= 1 && bits <= 16 ? bits : 16);
         writeBitsOf(w, record.face_has_single_normal);
     }
@@ -148,22 +142,21 @@ void writePRC3DTessCompressed(PRCBitWriter& w, uint32_t authoring_version, const
     w.writeBit(record.style_per_triangle);
     if (record.style_per_triangle) writeBitsOf(w, record.triangle_style_bits);
     w.writeShortArray(std::vector<uint16_t>(record.style_array.begin(), record.style_array.end()), huffman, true, 16);
-    w.writeBit(!encoding.ignored_block.has_value());
-    if (encoding.ignored_block) {
-        const CompressedIgnoredBlock& block = *encoding.ignored_block;
-        w.writeUnsignedInteger(uint32_t(block.first_bytes.size() / 4));
-        for (uint8_t b : block.first_bytes) w.writeCharacter(b);
-        w.writeUnsignedInteger(block.value);
-        w.writeUnsignedInteger(uint32_t(block.variable_width_values.size()));
-        for (auto [width, value] : block.variable_width_values) {
+    w.writeBit(!block);
+    if (block) {
+        w.writeUnsignedInteger(uint32_t(block->first_bytes.size() / 4));
+        writeBytes(w, block->first_bytes);
+        w.writeUnsignedInteger(block->value);
+        w.writeUnsignedInteger(uint32_t(block->variable_width_values.size()));
+        for (auto [width, value] : block->variable_width_values) {
             w.writeBits(width, 5);
             w.writeBits(value, int(width));
         }
-        w.writeDouble(block.number);
-        w.writeUnsignedInteger(uint32_t(block.second_bytes.size() / 4));
-        for (uint8_t b : block.second_bytes) w.writeCharacter(b);
-        w.writeBit(block.skip_face_bits);
-        if (!block.skip_face_bits) writeBitsOf(w, block.face_bits);
+        w.writeDouble(block->number);
+        w.writeUnsignedInteger(uint32_t(block->second_bytes.size() / 4));
+        writeBytes(w, block->second_bytes);
+        w.writeBit(!block->face_bits);
+        if (block->face_bits) writeBitsOf(w, *block->face_bits);
     }
     w.writeBit(!record.trailing_data.empty());
     if (!record.trailing_data.empty()) w.writeCharacterArray(record.trailing_data, huffman, true, 8);
@@ -187,10 +180,8 @@ Tess3DFields squareTess(double offset) {
     Tess3DFields tess;
     tess.coordinates = {offset, 0, 0, offset + 1, 0, 0, offset + 1, 1, 0, offset, 1, 0};
     tess.triangulated_indices = {0, 3, 6, 0, 6, 9};
-    TessFaceFields face;
-    face.used_entities_flag = 0x0002;
-    face.sizes_triangulated = {2};
-    tess.faces.push_back(face);
+    tess.faces.resize(1);
+    tess.faces[0].sizes_triangulated = {2};
     return tess;
 }
 

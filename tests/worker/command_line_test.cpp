@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -13,59 +14,37 @@ namespace {
 
 using Args = std::vector<std::wstring>;
 
-Args split(const wchar_t* line) { return splitCommandLine(line); }
-
-TEST(SplitCommandLine, SeparatesOnWhiteSpaceAndKeepsPlainBackslashes) {
-    EXPECT_EQ(split(L"  C:\\bin\\meshdrone.exe \t C:\\tmp\\a.prc  "), (Args{L"C:\\bin\\meshdrone.exe", L"C:\\tmp\\a.prc"}));
-    EXPECT_EQ(split(L"a\\\\ b\\"), (Args{L"a\\\\", L"b\\"}));
-    EXPECT_TRUE(split(L"").empty());
-    EXPECT_TRUE(split(L" \t ").empty());
-    EXPECT_TRUE(split(nullptr).empty());
-}
-
-TEST(SplitCommandLine, QuotesGroupJoinAndCanBeDoubled) {
-    EXPECT_EQ(split(L"\"C:\\Program Files\\m.exe\" x"), (Args{L"C:\\Program Files\\m.exe", L"x"}));
-    EXPECT_EQ(split(L"\"a\"b c\"d e\""), (Args{L"ab", L"cd e"}));
-    EXPECT_EQ(split(L"\"\" \"\""), (Args{L"", L""}));
-    EXPECT_EQ(split(L"\"a\"\"b\""), (Args{L"a\"b"}));
-    EXPECT_EQ(split(L"\"\"\"x"), (Args{L"\"x"}));
-    EXPECT_EQ(split(L"p \"open to the end"), (Args{L"p", L"open to the end"}));
-}
-
-TEST(SplitCommandLine, BackslashRunsBeforeAQuote) {
-    EXPECT_EQ(split(L"a\\\"b"), (Args{L"a\"b"}));           // odd: literal quote
-    EXPECT_EQ(split(L"a\\\\\"b c\""), (Args{L"a\\b c"}));    // even: halved, quote opens
-    EXPECT_EQ(split(L"\"a\\\\\\\\\" b"), (Args{L"a\\\\", L"b"}));
-    // A quote reached through backslashes never pairs with the next quote.
-    EXPECT_EQ(split(L"\"a\\\\\"\"b\""), (Args{L"a\\b"}));
-    EXPECT_EQ(split(L"\"a\\\"\" b"), (Args{L"a\"", L"b"}));
-}
-
-// The cases of the host contract, with the program path in front.
-TEST(SplitCommandLine, HostContractCases) {
-    EXPECT_EQ(split(L"m.exe \""), (Args{L"m.exe", L""}));
-    EXPECT_EQ(split(L"m.exe \"C:\\Temp Dir\\x.prc\""), (Args{L"m.exe", L"C:\\Temp Dir\\x.prc"}));
-    EXPECT_EQ(split(L"m.exe a\\\\\\\"b"), (Args{L"m.exe", L"a\\\"b"}));
-    EXPECT_EQ(split(L"m.exe \"a\\\\\" b"), (Args{L"m.exe", L"a\\", L"b"}));
-    EXPECT_EQ(split(L"m.exe \"say \"\"hi\"\"\""), (Args{L"m.exe", L"say \"hi\""}));
+TEST(SplitCommandLine, WhiteSpaceQuotesAndBackslashRuns) {
+    const std::pair<const wchar_t*, Args> cases[] = {
+        {nullptr, {}}, {L" \t ", {}}, {L"\"\" \"\"", {L"", L""}}, {L"m \"", {L"m", L""}},
+        {L"  C:\\bin\\m.exe \t C:\\tmp\\a.prc  ", {L"C:\\bin\\m.exe", L"C:\\tmp\\a.prc"}},
+        {L"a\\\\ b\\", {L"a\\\\", L"b\\"}},  // no quote after the run: literal
+        {L"\"a\"b c\"d e\"", {L"ab", L"cd e"}},
+        {L"\"a\"\"b\"", {L"a\"b"}}, {L"\"\"\"x", {L"\"x"}},
+        {L"m \"say \"\"hi\"\"\"", {L"m", L"say \"hi\""}},
+        {L"p \"open to the end", {L"p", L"open to the end"}},
+        {L"m a\\\\\\\"b", {L"m", L"a\\\"b"}},  // odd run: halved, the quote literal
+        {L"a\\\\\"b c\"", {L"a\\b c"}},         // even run: halved, the quote opens
+        {L"\"a\\\\\"\"b\"", {L"a\\b"}},        // a quote after a run never pairs with the next
+        {L"\"a\\\"\" b", {L"a\"", L"b"}},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(splitCommandLine(cases[i].first), cases[i].second) << "row " << i;
 }
 
 TEST(InputPathArgument, NeedsExactlyTheProgramAndOnePath) {
-    EXPECT_EQ(inputPathArgument(L"  m.exe   \"C:\\a b.prc\" "), std::wstring(L"C:\\a b.prc"));
-    EXPECT_EQ(inputPathArgument(L"m.exe \""), std::wstring());
-    EXPECT_FALSE(inputPathArgument(nullptr));
-    EXPECT_FALSE(inputPathArgument(L" \t "));
-    EXPECT_FALSE(inputPathArgument(L"m.exe    "));
-    EXPECT_FALSE(inputPathArgument(L"m.exe a.prc b.prc"));
-    EXPECT_FALSE(inputPathArgument(L"m.exe \"a\\\\\" b"));
+    const std::pair<const wchar_t*, std::optional<std::wstring>> cases[] = {
+        {L"  m.exe   \"C:\\a b.prc\" ", L"C:\\a b.prc"}, {L"m.exe \"", L""}, {nullptr, std::nullopt},
+        {L" \t ", std::nullopt}, {L"m.exe    ", std::nullopt}, {L"m.exe a.prc b.prc", std::nullopt},
+        {L"m.exe \"a\\\\\" b", std::nullopt},
+    };
+    for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(inputPathArgument(cases[i].first), cases[i].second) << "row " << i;
 }
 
 // argv bytes -> command line -> split -> bytes must give argv back, whatever
 // the bytes: quotes, backslash runs, white space, empty, non-ASCII, invalid.
 TEST(PosixCommandLine, RoundTripsRandomArgv) {
-    const std::vector<std::string> pieces = {"a",    "Z",    " ",        "\t",       "\"",       "\\",    "\\\\",
-                                             "\\\"", "\"\"", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80",
-                                             "\xFF", "\xC3", "\xED\xB2\x80", "\xC0\xAF", "/tmp/x y.prc"};
+    const std::vector<std::string> pieces = {"a", " ", "\t", "\"", "\\", "\\\\", "\\\"", "\"\"", "\xC3\xA9", "\xE4\xB8\xAD",
+                                             "\xF0\x9F\x98\x80", "\xFF", "\xC3", "\xED\xB2\x80", "\xC0\xAF", "/tmp/x y.prc"};
     std::mt19937 random(20240611);
     for (int round = 0; round < 3000; ++round) {
         std::vector<std::string> argv(1 + random() % 5);
@@ -75,11 +54,9 @@ TEST(PosixCommandLine, RoundTripsRandomArgv) {
         std::vector<char*> pointers;
         for (std::string& arg : argv) pointers.push_back(arg.data());
         pointers.push_back(nullptr);
-
-        const std::wstring line = platformCommandLine(int(argv.size()), pointers.data());
-        const Args split = splitCommandLine(line.c_str());
         std::vector<std::string> back;
-        for (const std::wstring& arg : split) back.push_back(encodeUtf8Lossless(arg));
+        for (const std::wstring& arg : splitCommandLine(platformCommandLine(int(argv.size()), pointers.data()).c_str()))
+            back.push_back(encodeUtf8Lossless(arg));
         ASSERT_EQ(back, argv) << "round " << round;
     }
 }

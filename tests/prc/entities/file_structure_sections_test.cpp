@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 
 #include "prc/entities/file_structure.h"
@@ -13,29 +14,100 @@ namespace {
 
 using namespace prc::test;
 
-PRCSection treeSection(uint32_t version, const std::vector<PartDefinitionFields>& parts,
-                       const std::vector<ProductOccurrenceFields>& occs) {
-    PRCBitWriter w;
-    writeTreeSection(w, version, parts, occs);
-    return PRCSection::of(w);
+TEST(FileStructureTree, ReadsEveryKeptFieldAndEndsExactly) {
+    for (uint32_t version : {8137u, 8138u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(version);
+        PartDefinitionFields part{"p", 3, {{237, 2, 1, 5, {}}, {0, 0, 0, 0, {}}, {239, 0, 0, 0, {{237, 1, 0, 0, {}}}}}, 13};
+        ProductOccurrenceFields root, proto;
+        root.name = "root";
+        root.sons = {1, 57};  // 57: beyond the list, kept as stored
+        root.information_flags = 0x09;
+        root.behaviour = 0x81;
+        root.location = translationMatrix(1.5, -2, 1e6);
+        proto.name = std::nullopt;  // the current name: the last one read
+        proto.part_plus_one = 1;
+        proto.prototype_plus_one = 3;
+        proto.prototype_file_structure = FileStructureId{0xDEADBEEF, 1, 2, 0xFFFFFFFF};
+        proto.external_plus_one = 4;
+        proto.external_file_structure = FileStructureId{5, 6, 7, 8};
+        proto.user_data_bits = 40;
+        PRCBitWriter w;
+        writeTreeSection(w, version, {part, PartDefinitionFields()}, {root, proto});
+        PRCBitReader r(w.bytes().data(), w.bytes().size(), version);
+        const PRCFileStructureTree tree = readFileStructureTree(r);
+        EXPECT_EQ(r.bitIndex(), w.bitCount());
+        ASSERT_EQ(tree.part_definitions.size(), 2u);
+        const PRCPartDefinition& p = tree.part_definitions[0];
+        EXPECT_EQ(p.line_style_index, 2u);
+        EXPECT_EQ(tree.part_definitions[1].line_style_index, 0xFFFFFFFFu);
+        ASSERT_EQ(p.representation_items.size(), 3u);
+        EXPECT_EQ(p.representation_items[0].index_tessellation, 1);
+        EXPECT_EQ(p.representation_items[0].index_local_coordinate_system, 0);
+        EXPECT_EQ(p.representation_items[0].line_style_index, 4u);
+        EXPECT_EQ(p.representation_items[1].type, 0u);  // empty items are kept
+        ASSERT_EQ(p.representation_items[2].items.size(), 1u);
+        ASSERT_EQ(tree.product_occurrences.size(), 2u);
+        const PRCProductOccurrence& o0 = tree.product_occurrences[0];
+        const PRCProductOccurrence& o1 = tree.product_occurrences[1];
+        EXPECT_EQ(o0.index_part, -1);
+        EXPECT_EQ(o0.index_prototype, -1);
+        EXPECT_EQ(o0.son_product_occurrences, (std::vector<uint32_t>{1, 57}));
+        EXPECT_EQ(o0.product_information_flags, 0x09);
+        EXPECT_EQ(o0.product_behaviour, 0x81);
+        EXPECT_EQ(o0.location, translationMatrix(1.5, -2, 1e6));
+        EXPECT_EQ(o1.name, "root");
+        EXPECT_EQ(o1.index_part, 0);
+        EXPECT_EQ(o1.index_prototype, 2);
+        EXPECT_FALSE(o1.prototype_in_same_file_structure);
+        EXPECT_EQ(o1.prototype_file_structure, (FileStructureId{0xDEADBEEF, 1, 2, 0xFFFFFFFF}));
+        EXPECT_FALSE(o1.has_location);
+    }
 }
 
-PRCSection squaresSection(uint32_t version, size_t count) {
-    std::vector<PRCBitWriter> tessellations(count);
-    for (size_t i = 0; i < count; ++i) writePRC3DTess(tessellations[i], version, squareTess(double(i)));
-    return PRCSection{tessellationSection(tessellations), true};
+TEST(FileStructureTree, Failures) {
+    auto failure = [](const std::function<void(PRCBitWriter&)>& write, uint32_t type = 304) -> std::string {
+        PRCBitWriter w;
+        w.writeUnsignedInteger(type);
+        write(w);
+        PRCBitReader r(w.bytes().data(), w.bytes().size(), 8137);
+        try {
+            readFileStructureTree(r);
+        } catch (const std::runtime_error& e) {
+            return e.what();
+        }
+        return "";
+    };
+    auto empty = [](PRCBitWriter& w) { w.writeEmptyContentBase(); };
+    const std::string name = "named";
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { w.writeContentBase(304, &name); }),
+              "readEmptyContentPRCBase: unexpected name (non-empty section?)");
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { empty(w), w.writeUnsignedInteger(1), w.writeUnsignedInteger(310); }),
+              "unexpected type for PRCPartDefinition: expected 311, got 310");
+    EXPECT_EQ(failure(empty, 303), "unexpected type for FileStructureTree: expected 304, got 303");
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { empty(w), w.writeUnsignedInteger(0), w.writeUnsignedInteger(1), w.writeUnsignedInteger(311); }),
+              "unexpected type for PRCProductOccurrence: expected 310, got 311");
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { empty(w), w.writeUnsignedInteger(0), w.writeUnsignedInteger(0), w.writeUnsignedInteger(304); }),
+              "unexpected type for FileStructure (internal data): expected 302, got 304");
+    // Hostile counts of both lists: the first entry fails (in the padding
+    // bits), nothing is sized by the count first.
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { empty(w), w.writeUnsignedInteger(4000000000u); }),
+              "unexpected type for PRCPartDefinition: expected 311, got 0");
+    EXPECT_EQ(failure([&](PRCBitWriter& w) { empty(w), w.writeUnsignedInteger(0), w.writeUnsignedInteger(4000000000u); }),
+              "unexpected type for PRCProductOccurrence: expected 310, got 0");
 }
 
-// A file structure with a tree of one named occurrence and two squares.
+// One file structure: a tree of one named occurrence and two squares.
 PRCFileBuilder oneFileStructure(uint32_t version = 8137) {
     PRCFileBuilder b;
     PRCFileStructurePlan& fs = b.addFileStructure();
-    fs.minimal_version_for_read = 7094;
     fs.authoring_version = version;
     ProductOccurrenceFields o;
     o.name = "only";
-    fs.tree(treeSection(version, {PartDefinitionFields()}, {o}));
-    fs.tessellation(squaresSection(version, 2));
+    PRCBitWriter tree;
+    writeTreeSection(tree, version, {PartDefinitionFields()}, {o});
+    std::vector<PRCBitWriter> squares(2);
+    for (size_t i = 0; i < 2; ++i) writePRC3DTess(squares[i], version, squareTess(double(i)));
+    fs.tree(PRCSection::of(tree)).tessellation(PRCSection{tessellationSection(squares), true});
     return b;
 }
 
@@ -46,95 +118,45 @@ std::vector<PRCFileStructure> readAll(const std::vector<uint8_t>& file) {
     return structures;
 }
 
-TEST(FileStructureSections, ReadsVersionsTreeAndTessellations) {
-    const std::vector<PRCFileStructure> fs = readAll(oneFileStructure().build());
-    ASSERT_EQ(fs.size(), 1u);
-    EXPECT_EQ(fs[0].minimal_version_for_read, 7094u);
-    EXPECT_EQ(fs[0].authoring_version, 8137u);
-    EXPECT_TRUE(fs[0].tree_loaded);
-    ASSERT_EQ(fs[0].product_occurrences.size(), 1u);
-    EXPECT_EQ(fs[0].product_occurrences[0].name, "only");
-    EXPECT_EQ(fs[0].part_definitions.size(), 1u);
-    EXPECT_EQ(fs[0].tessellations.size(), 2u);
-    EXPECT_EQ(fs[0].tessellation_refs.size(), 2u);
-    EXPECT_TRUE(fs[0].piece_cache.empty());
-}
-
-TEST(FileStructureSections, FewerThanFiveOffsetsLeaveTheRecordEmpty) {
-    PRCFileBuilder b = oneFileStructure();
-    b.file_structures[0].edit_offsets = [](std::vector<uint32_t>& offsets) { offsets.resize(4); };
-    const std::vector<PRCFileStructure> fs = readAll(b.build());
-    EXPECT_EQ(fs[0].authoring_version, 0u);
-    EXPECT_FALSE(fs[0].tree_loaded);
-    EXPECT_TRUE(fs[0].tessellations.empty());
-}
-
 TEST(FileStructureSections, EachSectionIsLostAlone) {
+    using Offsets = std::vector<uint32_t>;
     struct Case {
         const char* what;
-        std::function<void(PRCFileBuilder&)> edit;
+        std::function<void(PRCFileStructurePlan&)> edit;
         bool tree, tessellations;
+        uint32_t version, written = 8137;
     };
     const Case cases[] = {
-        {"empty globals range", [](PRCFileBuilder& b) {
-             b.file_structures[0].edit_offsets = [](std::vector<uint32_t>& o) { o[1] = o[2]; };
-         }, true, true},
-        {"tree that is not zlib", [](PRCFileBuilder& b) { b.file_structures[0].tree(PRCSection::raw({1, 2, 3})); },
-         false, true},
-        {"tree base with a name", [](PRCFileBuilder& b) {
-             PRCBitWriter w;
-             w.writeUnsignedInteger(304);
-             const std::string name = "x";
-             w.writeContentBase(304, &name);
-             b.file_structures[0].tree(PRCSection::of(w));
-         }, false, true},
-        {"tree range ending beyond the file", [](PRCFileBuilder& b) {
-             b.file_structures[0].edit_offsets = [](std::vector<uint32_t>& o) { o[3] = 0x7FFFFFFF; };
-         }, false, false},
-        {"tree range reversed", [](PRCFileBuilder& b) {
-             b.file_structures[0].edit_offsets = [](std::vector<uint32_t>& o) { std::swap(o[2], o[3]); };
-         }, false, false},
-        {"tessellation range beyond the file", [](PRCFileBuilder& b) {
-             b.file_structures[0].edit_offsets = [](std::vector<uint32_t>& o) { o[4] = 0xFFFFFFFF; };
-         }, true, false},
+        {"intact", [](PRCFileStructurePlan&) {}, true, true, 8137},
+        {"empty globals range", [](PRCFileStructurePlan& f) { f.edit_offsets = [](Offsets& o) { o[1] = o[2]; }; },
+         true, true, 8137},
+        {"tree that is not zlib", [](PRCFileStructurePlan& f) { f.tree(PRCSection::raw({1, 2, 3})); }, false, true, 8137},
+        {"tree range beyond the file",
+         [](PRCFileStructurePlan& f) { f.edit_offsets = [](Offsets& o) { o[3] = 0x7FFFFFFF; }; }, false, false, 8137},
+        {"tree range reversed",
+         [](PRCFileStructurePlan& f) { f.edit_offsets = [](Offsets& o) { std::swap(o[2], o[3]); }; }, false, false, 8137},
+        {"tessellation range beyond the file",
+         [](PRCFileStructurePlan& f) { f.edit_offsets = [](Offsets& o) { o[4] = 0xFFFFFFFF; }; }, true, false, 8137},
+        {"fewer than five offsets", [](PRCFileStructurePlan& f) { f.edit_offsets = [](Offsets& o) { o.resize(4); }; },
+         false, false, 0},
+        // Written for the newest version, with no head to say so: read as the newest.
+        {"no head", [](PRCFileStructurePlan& f) { f.head = false; }, true, true, 0xFFFFFFFF, 0xFFFFFFFF},
+        {"head older than the tree", [](PRCFileStructurePlan& f) { f.authoring_version = 8137; }, false, true, 8137,
+         0xFFFFFFFF},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        PRCFileBuilder b = oneFileStructure();
-        c.edit(b);
+        PRCFileBuilder b = oneFileStructure(c.written);
+        b.file_structures.push_back(b.file_structures[0]);  // a second, intact one
+        c.edit(b.file_structures[0]);
         const std::vector<PRCFileStructure> fs = readAll(b.build());
+        EXPECT_EQ(fs[0].authoring_version, c.version);
         EXPECT_EQ(fs[0].tree_loaded, c.tree);
         EXPECT_EQ(fs[0].product_occurrences.size(), c.tree ? 1u : 0u);
         EXPECT_EQ(fs[0].tessellations.size(), c.tessellations ? 2u : 0u);
-        EXPECT_EQ(fs[0].authoring_version, 8137u);
+        EXPECT_TRUE(fs[1].tree_loaded);
+        EXPECT_EQ(fs[1].tessellations.size(), 2u);
     }
-}
-
-TEST(FileStructureSections, OtherFileStructuresAreUnaffected) {
-    PRCFileBuilder b = oneFileStructure();
-    b.file_structures.push_back(b.file_structures[0]);
-    b.file_structures[0].tree(PRCSection::raw({0}));
-    b.file_structures[0].tessellation(PRCSection::raw({0}));
-    const std::vector<PRCFileStructure> fs = readAll(b.build());
-    EXPECT_FALSE(fs[0].tree_loaded);
-    EXPECT_TRUE(fs[1].tree_loaded);
-    EXPECT_EQ(fs[1].tessellations.size(), 2u);
-}
-
-TEST(FileStructureSections, MissingHeadReadsSectionsAsTheNewestVersion) {
-    // Written as the newest version expects (a count after every graphics
-    // block), with no head to say so.
-    PRCFileBuilder b = oneFileStructure(0xFFFFFFFF);
-    b.file_structures[0].head = false;
-    const std::vector<PRCFileStructure> fs = readAll(b.build());
-    EXPECT_EQ(fs[0].minimal_version_for_read, 0xFFFFFFFFu);
-    EXPECT_EQ(fs[0].authoring_version, 0xFFFFFFFFu);
-    EXPECT_TRUE(fs[0].tree_loaded);
-
-    // The same tree read with the head's older version does not fit.
-    PRCFileBuilder older = oneFileStructure(0xFFFFFFFF);
-    older.file_structures[0].authoring_version = 8137;
-    EXPECT_FALSE(readAll(older.build())[0].tree_loaded);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #pragma once
-// Shared helpers of the tessellation tests: readers over exactly sized copies
-// of written bits, so that the sanitizers catch any read past the data.
+// Readers over exactly sized heap copies of written bits, so that the
+// sanitizers catch any read past the data.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -13,24 +14,17 @@
 
 namespace prc::test {
 
-class ExactBytes {
-public:
-    explicit ExactBytes(const std::vector<uint8_t>& bytes, size_t length)
-        : data_(new uint8_t[length]), size_(length) {
-        if (length) std::memcpy(data_.get(), bytes.data(), length);
+struct ExactBytes {
+    ExactBytes(const std::vector<uint8_t>& bytes, size_t length) : data(new uint8_t[length]), size(length) {
+        if (length) std::memcpy(data.get(), bytes.data(), length);
     }
-    explicit ExactBytes(const std::vector<uint8_t>& bytes) : ExactBytes(bytes, bytes.size()) {}
-    const uint8_t* data() const { return data_.get(); }
-    uint64_t size() const { return size_; }
-
-private:
-    std::unique_ptr<uint8_t[]> data_;
-    uint64_t size_;
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t size;
 };
 
-// A reader over what a writer wrote, owning its copy.
 struct WrittenReader {
-    WrittenReader(const PRCBitWriter& w, uint32_t version) : bytes(w.bytes()), reader(bytes.data(), bytes.size(), version) {}
+    WrittenReader(const PRCBitWriter& w, uint32_t version)
+        : bytes(w.bytes(), w.bytes().size()), reader(bytes.data.get(), bytes.size, version) {}
     ExactBytes bytes;
     PRCBitReader reader;
 };
@@ -41,15 +35,12 @@ struct SectionResult {
     std::vector<TessellationRef> refs;
 };
 
-inline SectionResult readSection(const std::vector<uint8_t>& bytes, uint32_t version, size_t length) {
-    ExactBytes exact(bytes, length);
+inline SectionResult readSection(const std::vector<uint8_t>& bytes, uint32_t version, size_t length = SIZE_MAX) {
+    ExactBytes exact(bytes, std::min(length, bytes.size()));
     SectionResult out;
-    out.tessellations = readFileStructureTessellation(exact.data(), exact.size(), version, version, out.compressed, &out.refs);
+    out.tessellations =
+        readFileStructureTessellation(exact.data.get(), exact.size, version, version, out.compressed, &out.refs);
     return out;
-}
-
-inline SectionResult readSection(const std::vector<uint8_t>& bytes, uint32_t version) {
-    return readSection(bytes, version, bytes.size());
 }
 
 }  // namespace prc::test

@@ -1,0 +1,458 @@
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <limits>
+#include <memory>
+#include <random>
+
+#include "prc/io/bit_reader.h"
+#include "prc/io/compressed_arrays.h"
+#include "prc/io/frequent_doubles.h"
+#include "prc/io/inflate_section.h"
+#include "prc/io/prc_header.h"
+#include "tests/support/prc_bit_writer.h"
+#include "tests/support/prc_file_builder.h"
+
+namespace prc {
+namespace {
+
+using namespace test;
+using V = std::vector<uint32_t>;
+
+const std::string kPastEnd = "PRCBitReader: read past end";
+const std::string kExhausted = "LsbBitFieldReader: bit field exhausted";
+
+// The text of the runtime_error that f throws, or "" when it returns.
+template <typename F>
+std::string errorOf(F&& f) {
+    try {
+        f();
+    } catch (const std::runtime_error& e) {
+        return e.what();
+    }
+    return "";
+}
+
+PRCBitWriter bitsOf(std::string_view bits) {  // '0' and '1' in stream order, blanks ignored
+    PRCBitWriter w;
+    w.writeBitString(bits);
+    return w;
+}
+
+// A reader over its own copy of the bytes written.
+struct Stream {
+    std::vector<uint8_t> bytes;
+    PRCBitReader r;
+    explicit Stream(const PRCBitWriter& w, uint32_t version = 8137)
+        : bytes(w.bytes()), r(bytes.data(), bytes.size(), version) {}
+    explicit Stream(std::string_view bits, uint32_t version = 8137) : Stream(bitsOf(bits), version) {}
+};
+
+// The first n bytes in a buffer of exactly that size, so that a read beyond
+// them shows under the sanitizers.
+std::unique_ptr<uint8_t[]> exactCopy(const std::vector<uint8_t>& bytes, size_t n) {
+    std::unique_ptr<uint8_t[]> copy(new uint8_t[n]);
+    std::copy(bytes.begin(), bytes.begin() + ptrdiff_t(n), copy.get());
+    return copy;
+}
+
+uint64_t patternOf(double d) { return std::bit_cast<uint64_t>(d); }
+
+TEST(BitReader, NumberEncodings) {
+    const std::tuple<std::string, uint32_t, int32_t> cases[] = {
+        {"0", 0, 0}, {"1 11111111 0", 255, -1}, {"1 11111111 1 00000000 0", 255, 255},
+        {"1 00000000 1 10000000 0", 0x8000, -32768},
+        {"1 00000000 1 00000000 1 00000000 1 10000000 0", 0x80000000u, std::numeric_limits<int32_t>::min()},
+        // A fifth byte is consumed and dropped; so is a long run of them.
+        {"1 01111000 1 01010110 1 00110100 1 00010010 1 11111111 0", 0x12345678, 0x12345678},
+        {"1 10101010 1 10101010 1 10101010 1 10101010 1 11111111 1 11111111 1 11111111 1 11111111 1 11111111 0",
+         0xAAAAAAAAu, int32_t(0xAAAAAAAAu)},
+    };
+    for (const auto& [number, u, i] : cases)
+        for (const std::string& bits : {number + " 1", number + " 1" + std::string(64, '0')}) {
+            Stream a(bits), b(bits);  // a marker after the number, at the end of the data or not
+            EXPECT_EQ((std::tuple{a.r.readUnsignedInteger(), b.r.readInteger(), a.r.readBoolean(), b.r.readBoolean()}),
+                      std::tuple(u, i, true, true)) << bits;
+        }
+    Stream s("11111111 11111111 11111111 11111111 11111111 10101010");
+    EXPECT_EQ(s.r.readBits(0) + s.r.readBits(-3) + s.r.bitIndex(), 0u);
+    EXPECT_EQ(s.r.readBits(4), 0xFu);
+    EXPECT_EQ(s.r.readBits(44), 0xFFFFFFAAu);  // only the last 32 of 44 bits are kept
+    EXPECT_EQ(errorOf([&] { s.r.readBoolean(); }), kPastEnd);
+    s.r.seekBit(8);
+    EXPECT_EQ(errorOf([&] { s.r.readBits(41); }), kPastEnd);
+}
+
+// The reader's whole table: a complete prefix code (Kraft sum exactly 1, so any
+// 22 bits match a row) whose every row decodes to its own value; and a few rows
+// written down independently of it.
+TEST(BitReader, DoubleRows) {
+    uint64_t kraft = 0, valueRows = 0;
+    for (const FrequentDoubleEntry& e : frequentDoubleTable()) {
+        kraft += uint64_t(1) << (22 - e.bit_count), valueRows += e.kind == 0;
+        PRCBitWriter w;
+        w.writeBits(e.code, e.bit_count);
+        w.writeBitString(e.kind == 0 && e.value == 0 ? "" : "1 0");  // negative (zero has no sign), no mantissa
+        const uint64_t expected = e.kind == 0 ? e.value : e.value & (0x7FFull << 52);  // no mantissa bit leaks
+        ASSERT_EQ(patternOf(Stream(w).r.readDouble()), expected | uint64_t(e.value != 0 || e.kind) << 63) << e.code;
+    }
+    EXPECT_EQ(kraft, uint64_t(1) << 22);
+    EXPECT_EQ(valueRows + frequentDoubleTable().size(), 29u + 29 + 2048);
+    for (const auto& [bits, pattern] : {std::pair{"01", 0ull}, {"1111 1", patternOf(-0.001)},
+                                        {"111011101101 1 0", 1ull << 63 | 1000ull << 52}})
+        EXPECT_EQ(patternOf(Stream(bits).r.readDouble()), pattern) << bits;
+}
+
+TEST(BitReader, MantissaReferenceCodes) {
+    // Exponent 1023, sign 0, mantissa flag 1, nibble 1000: b[7] = 0x3F, b[6] = 0xF8.
+    const std::string head = "10011 0 1 1000 ";
+    const std::pair<std::string, uint64_t> cases[] = {
+        {head + "1 00010001 1 00100010 1 00110011 0 000", 0x3FF8112233333333},  // code 0: the rest copy the last
+        {head + "0 110 01010101", 0x3FF8F8F8F8F8F855},                        // code 6: all but b[0] copy b[6]
+        // Codes 1, 2 reaching b[6]; 2 and 7 reaching b[7], the sign and exponent byte; 3, 4, 5.
+        {head + "0 001 0 010 0 010 1 00000000 1 00000000 1 00000000", 0x3FF8F8F8F8000000},
+        {"10011 1 1 1000 0 010 1 00000001 1 00000010 1 00000011 1 00000100 0 111", 0xBFF8BF01020304BF},
+        {head + "1 00010001 1 00100010 1 00110011 0 011 0 100 0 101", 0x3FF8112233111111},
+    };
+    for (const auto& [bits, pattern] : cases) {
+        Stream s(bits);
+        EXPECT_EQ(patternOf(s.r.readDouble()), pattern) << bits;
+        EXPECT_EQ(s.r.bitIndex(), bitsOf(bits).bitCount()) << bits;
+    }
+    // References to b[5 + 3] and b[1 + 7], beyond the eight bytes; a cut code
+    // (the code is complete, so it runs into the end of the data).
+    for (const std::string& bits : {head + "0 011 0000000", head + "1 00000001 1 00000010 1 00000011 1 00000100 0 111"})
+        EXPECT_EQ(errorOf([&] { Stream(bits + " 0000").r.readDouble(); }),
+                  "PRCBitReader: riferimento di mantissa non valido");
+    EXPECT_EQ(errorOf([&] { Stream("0011010001110100").r.readDouble(); }), kPastEnd);
+}
+
+TEST(BitReader, StringsGraphicsAndColors) {
+    Stream absent("0 1"), empty("1 0 1");
+    EXPECT_EQ((absent.r.readString(), absent.r.bitIndex()) + (empty.r.readString(), empty.r.bitIndex()), 1u + 2);
+    // Graphics: layer 3 (stored 4), style none (stored 0), behaviour 0x1234
+    // low byte first; then the pairs (1,2), (0,255), only in versions above 8137.
+    for (uint32_t version : {8137u, 8138u, 0xFFFFFFFFu}) {
+        const std::string pairs = version > 8137 ? " 1 00000010 0  1 00000001 0 1 00000010 0  0 1 11111111 0" : "";
+        Stream s("0 1 00000100 0 0 00110100 00010010" + pairs + " 1" + pairs + " 1", version);  // full, reused, 1
+        EXPECT_EQ(s.r.current_graphics.behaviour, 1);
+        const PRCGraphics g = s.r.readGraphics();
+        EXPECT_EQ(std::tuple(g.layer_index, g.line_style_index, g.behaviour), std::tuple(3u, ~0u, uint16_t(0x1234)));
+        EXPECT_TRUE(s.r.readGraphics().layer_index == 3 && s.r.readBoolean()) << version;
+    }
+    for (uint32_t count : {1024u, 1025u}) {
+        PRCBitWriter w = bitsOf("1");
+        w.writeUnsignedInteger(count), w.writeBits(0, int(2 * count));
+        Stream s(w, 8138);
+        EXPECT_EQ(errorOf([&] { s.r.readGraphics(); }),
+                  count == 1024 ? "" : "PRCBitReader: campo dopo graphics con conteggio implausibile");
+        EXPECT_TRUE(count > 1024 || s.r.bitIndex() == w.bitCount());
+    }
+    // Colours: no row reads nothing, a single row has no repeat bit before it.
+    Stream colors("00000001 00000010 00000011 00000100 1");
+    EXPECT_TRUE(colors.r.readVertexColors(0, 4).empty());
+    EXPECT_EQ(colors.r.readVertexColors(1, 4), (std::vector<uint8_t>{1, 2, 3, 4}));
+    EXPECT_EQ(errorOf([&] { colors.r.readVertexColors(0xFFFFFFFF, 4); }), kPastEnd);
+}
+
+// Random values of every number encoding, written and read back in one stream.
+TEST(BitReader, RandomRoundTrip) {
+    std::mt19937_64 rng(20261123);
+    PRCBitWriter w;
+    std::vector<std::tuple<uint32_t, int32_t, double>> values;
+    for (int i = 0; i < 5000; ++i) {
+        const double d = std::array{std::bit_cast<double>(rng()), double(int64_t(rng() % 2000) - 1000) / 8,
+                                    std::ldexp(double(rng() % 1000), int(rng() % 40) - 20), 1.0, -0.0}[rng() % 5];
+        const auto& [u, s, e] =
+            values.emplace_back(rng() >> (32 + rng() % 32), rng() >> (rng() % 64), std::isnan(d) ? 3 : d);
+        w.writeUnsignedInteger(u), w.writeInteger(s), w.writeDouble(e);
+    }
+    Stream s(w);
+    for (const auto& [u, i, d] : values)
+        ASSERT_EQ((std::tuple{s.r.readUnsignedInteger(), s.r.readInteger(), patternOf(s.r.readDouble())}),
+                  std::tuple(u, i, patternOf(d)));
+    EXPECT_EQ(s.r.bitIndex(), w.bitCount());
+}
+
+// A valid stream of mixed elements decoded from every truncated prefix held in
+// a buffer of exactly that size: the elements that fit decode as written, the
+// first that does not fails with an end-of-data message.
+TEST(BitReader, DecodeEveryPrefix) {
+    // Each element: the bit index after it, its check, and the bit from which a
+    // cut fails with the given message rather than kPastEnd (a length whole, its data not).
+    std::vector<std::tuple<uint64_t, std::function<void(PRCBitReader&)>, uint64_t, std::string>> elements;
+    PRCBitWriter w;
+    auto add = [&](std::function<void(PRCBitReader&)> check, uint64_t from = ~0ull, std::string failure = "") {
+        elements.emplace_back(w.bitCount(), std::move(check), from, std::move(failure));
+    };
+    for (uint32_t round = 0; round < 3; ++round) {
+        for (uint32_t u : {0u, 255u, 256u, 0xFFFFFFFFu})
+            w.writeUnsignedInteger(u), add([u](PRCBitReader& r) { EXPECT_EQ(r.readUnsignedInteger(), u); });
+        for (int32_t i : {-1, -129, std::numeric_limits<int32_t>::min(), 40000})
+            w.writeInteger(i), add([i](PRCBitReader& r) { EXPECT_EQ(r.readInteger(), i); });
+        for (double d : {0.0, -360.0, 3.141592653589793, -1e-300, 1234567.891, 1e300})
+            w.writeDouble(d), add([d](PRCBitReader& r) { EXPECT_EQ(patternOf(r.readDouble()), patternOf(d)); });
+        const std::string text(round * 7, 'a');
+        w.writeBit(true), w.writeUnsignedInteger(uint32_t(text.size()));
+        const uint64_t characters = w.bitCount();
+        for (char c : text) w.writeCharacter(uint8_t(c));
+        add([text](PRCBitReader& r) { EXPECT_EQ(r.readString(), text); }, characters,
+            "PRCBitReader: string longer than the data left");
+        w.writeUnsignedInteger(5 + round * 11);
+        const uint64_t skipped = w.bitCount();
+        w.writeBits(0x7FFF, int(5 + round * 11));
+        add([](PRCBitReader& r) { r.skipUserData(); }, skipped, "PRCBitReader: skip past end");
+        w.writeGraphics(8138, round == 2, 3, 4, 0x0102, {{1, 2}});
+        add([](PRCBitReader& r) { EXPECT_EQ(r.readGraphics().layer_index, 2u); });
+        w.writeBitString("00000001 00000010 00000011 0 00000100 00000101 00000110 1");
+        add([](PRCBitReader& r) {
+            EXPECT_EQ(r.readVertexColors(3, 3), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 4, 5, 6}));
+        });
+    }
+    for (size_t length = 0; length <= w.bytes().size(); ++length) {
+        const auto exact = exactCopy(w.bytes(), length);
+        PRCBitReader r(exact.get(), length, 8138);
+        for (const auto& [end, check, from, failure] : elements) {
+            if (end > length * 8) {
+                ASSERT_EQ(errorOf([&] { check(r); }), length * 8 >= from ? failure : kPastEnd) << length;
+                break;
+            }
+            check(r);
+            ASSERT_EQ(r.bitIndex(), end) << length;
+        }
+    }
+}
+
+// A bit field spelled as (value, width) runs.
+LsbBitFieldWriter fieldOf(std::initializer_list<std::pair<uint32_t, int>> runs) {
+    LsbBitFieldWriter f;
+    for (auto [value, width] : runs) f.writeBits(value, width);
+    return f;
+}
+
+TEST(CompressedArrays, HuffmanArrays) {
+    const LsbBitFieldWriter nines = huffmanBitField(V(5, 9), 4), signs = huffmanBitField({32, 31}, 6);
+    // The field, the element width, signed or not, the values or the failure,
+    // and the count of bits used in the last word (-1: the true one).
+    const std::tuple<LsbBitFieldWriter, uint8_t, bool, V, std::string, int64_t> cases[] = {
+        {fieldOf({{0, 7}}), 6, false, {}, "", -1},  // no leaves, and no element count after them
+        {nines, 4, false, V(5, 9), "", -1}, {nines, 4, false, V(5, 9), "", 32},  // a single leaf, one bit a value
+        {signs, 6, true, {0xFFFFFFE0u, 31}, "", -1}, {signs, 6, false, {32, 31}, "", -1},
+        {fieldOf({{0, 7}}), 6, false, {}, kExhausted, 0},
+        {nines, 4, false, {},
+         "readHuffmanCompressedArray: number_of_bits_used_in_last_integer=33 out of range (huffman_array_size=2)", 33},
+        {nines, 32, false, {}, "LsbBitFieldReader: more than 32 bits requested", -1},  // the leaf count
+        {fieldOf({{1, 3}, {33, 8}}), 2, false, {}, "decodeHuffmanBitField: max_code_length out of range", -1},
+        {fieldOf({{1, 3}, {6, 8}, {1, 2}, {0, 6}}), 2, false, {}, "decodeHuffmanBitField: code length out of range", -1},
+        {fieldOf({{1, 3}, {1, 8}, {1, 2}, {1, 1}, {0, 1}, {kMaxHuffmanElementCount + 1, 32}}), 2, false, {},
+         "decodeHuffmanBitField: implausible element_array_size", -1},
+        // Leaves 1 -> 0, 2 -> 01, 3 -> 11 (in stream order; a leaf spells its
+        // code reversed): the shorter code shadows 01; 11 is found after 1
+        // failed; 10 matches nothing.
+        {fieldOf({{3, 3}, {2, 8}, {1, 2}, {1, 2}, {0, 1}, {2, 2}, {2, 2}, {1, 2}, {3, 2}, {2, 2}, {3, 2},
+                  {3, 32}, {0b0110, 4}}), 2, false, {1, 3, 1}, "", -1},
+        {fieldOf({{3, 3}, {2, 8}, {1, 2}, {1, 2}, {0, 1}, {2, 2}, {2, 2}, {1, 2}, {3, 2}, {2, 2}, {3, 2},
+                  {1, 32}, {0b01, 2}}), 2, false, {}, "decodeHuffmanBitField: unrecognized code", -1},
+    };
+    for (const auto& [field, numBits, isSigned, expected, failure, bitsUsed] : cases) {
+        PRCBitWriter w;
+        w.writeHuffmanArray(field, bitsUsed);
+        Stream s(w);
+        V got;
+        EXPECT_EQ(errorOf([&] { got = readHuffmanCompressedArray(s.r, numBits, isSigned); }), failure) << failure;
+        EXPECT_TRUE(got == expected && (!failure.empty() || s.r.bitIndex() == w.bitCount())) << got.size();
+    }
+    Stream empty("0 1");  // huffman_array_size 0: one UnsignedInteger, nothing more
+    EXPECT_TRUE(readHuffmanCompressedArray(empty.r, 8, false).empty() && empty.r.bitIndex() == 1);
+}
+
+TEST(CompressedArrays, PlainArraysAndMessages) {
+    Stream s("0 1 00000010 0 00110100 00010010 11111111 00000000  0 1 00000010 0 10000001 01111110");
+    for (uint8_t width : {0, 17})
+        EXPECT_EQ(errorOf([&] { readShortArray(s.r, width, true, true, false); }),
+                  "readShortArray: numBitsPerElem out of range");
+    for (uint8_t width : {0, 9})
+        EXPECT_EQ(errorOf([&] { readCharacterArray(s.r, width, true, true, false); }),
+                  "readCharacterArray: numBitsPerElem out of range");
+    // Plain shorts are low byte first (width 16 accepted); plain characters take 8 bits whatever the width.
+    EXPECT_EQ(readShortArray(s.r, 16, true, true, false), (std::vector<uint16_t>{0x1234, 0x00FF}));
+    EXPECT_EQ(readCharacterArray(s.r, 2, true, true, false), (std::vector<uint8_t>{0x81, 0x7E}));
+    // Bit counts 0 and 1 are a sign bit alone; index bit counts 3, +0, -1 give deltas 3, -1, -1.
+    PRCBitWriter w;
+    w.writeCharacterArray({0, 1, 32}, false), w.writeBitString("1 0 1"), w.writeBits(0x7FFFFFFF, 31);
+    w.writeCharacterArray({3, 0, 0xFF}, false), w.writeBitString("0 11  1 01  1 1");
+    Stream t(w);
+    EXPECT_EQ(readCompressedIntegerArray(t.r), (std::vector<int32_t>{0, 0, -0x7FFFFFFF}));
+    EXPECT_EQ(readCompressedIndiceArray(t.r, true, 6, true), (std::vector<int32_t>{3, 2, 1}));
+    const std::string ints = "readCompressedIntegerArray: bit count out of range";
+    const std::string indices = "readCompressedIndiceArray: bit count out of range";
+    const std::pair<std::vector<uint8_t>, std::string> bad[] = {
+        {{3, 33}, ints}, {{3, 0x80}, ints}, {{2, 0xFD}, indices}, {{30, 3}, indices},  // 2 - 3 and 30 + 3
+        {{2, 1}, "readCompressedIndiceArray: negative index"},                          // 1, then 1 - 3
+    };
+    for (const auto& [counts, message] : bad) {
+        PRCBitWriter b;
+        b.writeCharacterArray(counts, false), b.writeBitString("0 1 1  1 1 1" + std::string(64, '0'));
+        Stream r(b);
+        EXPECT_EQ(errorOf([&] {
+                      if (message == ints) readCompressedIntegerArray(r.r);
+                      else readCompressedIndiceArray(r.r, true, 6, false);
+                  }), message);
+    }
+}
+
+// Many random arrays of every kind through the writer and back.
+TEST(CompressedArrays, RandomRoundTrips) {
+    std::mt19937 rng(777);
+    auto skewed = [&](uint32_t limit) { return rng() % 8 ? rng() % 6 : rng() % (limit + 1); };  // small values frequent
+    for (int round = 0; round < 300; ++round) {
+        const size_t n = round % 10 == 0 ? 0 : rng() % (round % 7 == 0 ? 5000 : 200);
+        const uint8_t shortWidth = uint8_t(1 + rng() % 16), charWidth = uint8_t(1 + rng() % 8);
+        const bool compressed = rng() % 3 != 0;
+        std::vector<uint16_t> shorts;
+        std::vector<uint8_t> chars;
+        std::vector<int32_t> ints, indices{-5};  // the first index alone may be negative
+        for (size_t i = 0; i < n; ++i) {
+            // Every seventh round, values so varied that their codes are longer than the one-step table's bits.
+            shorts.push_back(uint16_t((round % 7 == 0 ? rng() : skewed(0xFFFF)) & ((1u << shortWidth) - 1)));
+            chars.push_back(uint8_t(skewed(0xFF) & ((1u << charWidth) - 1)));
+            ints.push_back(int32_t(skewed(round % 5 == 0 ? 0x3FFFFFFF : 5000)) * (rng() % 2 ? -1 : 1));
+            indices.push_back(std::max(0, indices.back() + int32_t(skewed(1000)) - 40));
+        }
+        PRCBitWriter w;
+        w.writeShortArray(shorts, compressed, true, shortWidth);
+        w.writeCharacterArray(chars, compressed, true, charWidth);
+        w.writeCompressedIntegerArray(ints, compressed);
+        w.writeCompressedIndiceArray(indices, compressed, true, 6);
+        w.writeCompressedIndiceArray(indices, !compressed, false, 6);
+        Stream s(w);
+        ASSERT_EQ(readShortArray(s.r, shortWidth, true, false, false), shorts) << round;
+        ASSERT_EQ(readCharacterArray(s.r, charWidth, true, false, false), chars) << round;
+        ASSERT_EQ(readCompressedIntegerArray(s.r), ints) << round;
+        ASSERT_EQ(readCompressedIndiceArray(s.r, true, 6, false), indices) << round;
+        ASSERT_EQ(readCompressedIndiceArray(s.r, false, 6, !compressed), indices) << round;
+        EXPECT_EQ(s.r.bitIndex(), w.bitCount());
+    }
+}
+
+// Counts that the data cannot hold fail on the section's end before they size
+// anything: 2^32 - 1 elements, Huffman words at the cap in 9 bytes (not 256 MiB
+// allocated first), 1000 integers with 20 bits left for them.
+TEST(CompressedArrays, HostileCounts) {
+    const std::string all = "0 1 11111111 1 11111111 1 11111111 1 11111111 0" + std::string(40, '0');
+    const std::string words = "1 00000000 1 00000000 1 00000000 1 00000100 0" + std::string(40, '0');
+    PRCBitWriter promise = bitsOf("1");
+    promise.writeHuffmanArray(huffmanBitField(V(1000, 1), 6)), promise.writeBits(0, 20);
+    Stream a(all), b(all), c(all), d(words), e("1 00000001" + words.substr(10)), f(promise);
+    EXPECT_EQ(errorOf([&] { readShortArray(a.r, 16, true, true, false); }), kPastEnd);
+    EXPECT_EQ(errorOf([&] { readCharacterArray(b.r, 8, true, true, false); }), kPastEnd);
+    EXPECT_EQ(errorOf([&] { readCompressedIndiceArray(c.r, true, 6, true); }), kPastEnd);
+    EXPECT_EQ(errorOf([&] { readHuffmanCompressedArray(d.r, 8, false); }), kPastEnd);
+    EXPECT_EQ(errorOf([&] { readHuffmanCompressedArray(e.r, 8, false); }),
+              "readHuffmanCompressedArray: implausible huffman_array_size");
+    EXPECT_EQ(errorOf([&] { readCompressedIntegerArray(f.r); }), kPastEnd);
+}
+
+// Header bytes: magic, versions 8137 and 8138, identifiers 10.. and 20..,
+// number_of_file_structures, then the words.
+std::vector<uint8_t> header(uint32_t structures, std::initializer_list<uint32_t> words) {
+    std::vector<uint8_t> b = {'P', 'R', 'C'};
+    std::vector<uint32_t> all = {8137, 8138, 10, 11, 12, 13, 20, 21, 22, 23, structures};
+    all.insert(all.end(), words);
+    for (uint32_t v : all)
+        for (int i = 0; i < 4; ++i) b.push_back(uint8_t(v >> (8 * i)));
+    return b;
+}
+
+PRCHeader parse(const std::vector<uint8_t>& b) { return readPRCHeader(b.data(), b.size()); }
+
+TEST(PRCHeader, FieldsAndBounds) {
+    const PRCHeader h = parse(header(2, {100, 101, 102, 103, 7, 3, 111, 222, 333, 200, 0, 0, 0, 0, 0, 444, 555}));
+    EXPECT_EQ(std::tuple(h.minimal_version_for_read, h.authoring_version, h.first_file_identifier[3],
+                         h.second_file_identifier[0], h.file_structures[0].identifier[1], h.file_structures[0].reserved,
+                         h.file_structures[0].offsets[2], h.file_structures[1].offsets.size(), h.model_file_end),
+              std::tuple(8137u, 8138u, 13u, 20u, 101u, 7u, 333u, size_t(0), 555u));
+    // 32 bytes after number_of_file_structures hold one offset-less descriptor
+    // and the model range: 1 fits, 2 is refused. 3 offsets and the model range
+    // after number_of_offsets: 5 passes the check and runs out, 6 is refused.
+    const std::string magic = "RawByteReader: expected magic \"PRC\"", end = "RawByteReader: read past end (u32)";
+    const std::string structures = "PRC header: number_of_file_structures larger than the data";
+    const std::string offsets = "PRC header: number_of_offsets larger than the data";
+    const std::pair<std::vector<uint8_t>, std::string> cases[] = {
+        {{}, magic}, {{'P', 'R', 'X'}, magic}, {{'P', 'R', 'C', 1, 2, 3, 4}, end},
+        {header(1, {1, 2, 3, 4, 0, 0, 5, 6}), ""}, {header(2, {1, 2, 3, 4, 0, 0, 5, 6}), structures},
+        {header(0xFFFFFFFF, {5, 6}), structures}, {header(1, {1, 2, 3, 4, 0, 2, 10, 20, 5}), end},
+        {header(1, {1, 2, 3, 4, 0, 5, 10, 20, 30, 5, 6}), end},
+        {header(1, {1, 2, 3, 4, 0, 6, 10, 20, 30, 5, 6}), offsets},
+        {header(1, {1, 2, 3, 4, 0, 0xFFFFFFFF, 10, 20, 30, 5, 6}), offsets},
+    };
+    for (const auto& [bytes, message] : cases) EXPECT_EQ(errorOf([&] { parse(bytes); }), message) << bytes.size();
+    // A file structure head: "PRC" and the two versions, 11 bytes.
+    const uint8_t b[] = {'x', 'x', 'P', 'R', 'C', 0xB6, 0x1B, 0, 0, 0xEB, 0x3A, 0, 0, 'P', 'R', 'Z', 1, 2, 3, 4};
+    EXPECT_EQ(readFileStructureHeader(b, 13, 2), uint64_t(15083) << 32 | 7094);
+    for (auto [size, offset] : {std::pair{12u, 2u}, {20u, 0u}, {20u, 13u}, {20u, 20u}, {20u, 0xFFFFFFFFu}})
+        EXPECT_EQ(readFileStructureHeader(b, size, offset), kFileStructureHeaderNotFound) << size << " " << offset;
+}
+
+// Real files and built ones share a layout: six offsets, a head at offsets[0],
+// zlib sections at offsets[1..5], the last running up to the next file
+// structure, and the model file section closing the file.
+TEST(PRCHeader, RealAndBuiltFileLayout) {
+    std::ifstream in(MESHDRONE_TEST_DATA "/1a8f391e69e7.prc", std::ios::binary);
+    PRCFileBuilder b;
+    b.addFileStructure().tree(PRCSection{{1, 2, 3}}).authoring_version = 8138;
+    b.addFileStructure().tessellation(PRCSection{{4, 5}});
+    b.model_file = PRCSection{{6}};
+    for (const std::vector<uint8_t>& file : {std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), b.build()}) {
+        const PRCHeader h = parse(file);
+        std::vector<std::vector<uint8_t>> sections;
+        for (size_t i = 0; i < h.file_structures.size(); ++i) {
+            const std::vector<uint32_t>& o = h.file_structures[i].offsets;
+            ASSERT_EQ(o.size(), 6u);
+            EXPECT_NE(readFileStructureHeader(file.data(), file.size(), o[0]), kFileStructureHeaderNotFound);
+            const bool last = i + 1 == h.file_structures.size();
+            const uint32_t end = last ? h.model_file_start : h.file_structures[i + 1].offsets[0];
+            for (size_t k = 1; k < 6; ++k)
+                sections.push_back(inflateSection(file.data() + o[k], (k < 5 ? o[k + 1] : end) - o[k]));
+        }
+        sections.push_back(inflateSection(file.data() + h.model_file_start, h.model_file_end - h.model_file_start));
+        EXPECT_EQ(h.model_file_end, file.size());
+        if (file.size() == 516) continue;  // the real file
+        EXPECT_EQ(sections, (std::vector<std::vector<uint8_t>>{{}, {1, 2, 3}, {}, {}, {}, {}, {}, {4, 5}, {}, {}, {6}}));
+        const uint32_t head = h.file_structures[0].offsets[0];
+        EXPECT_EQ(readFileStructureHeader(file.data(), file.size(), head), uint64_t(8138) << 32 | 8137);
+    }
+}
+
+TEST(InflateSection, RoundTripsAndBrokenStreams) {
+    const std::vector<uint8_t> nothing = zlibCompress({});
+    EXPECT_TRUE(inflateSection(nothing.data(), nothing.size()).empty());
+    std::vector<uint8_t> good = zlibCompress(std::vector<uint8_t>(20000, 'a')), header = good, check = good;
+    for (size_t length : {size_t(0), size_t(1), good.size() / 2, good.size() - 1})  // zlib has no text for this
+        EXPECT_EQ(errorOf([&] { inflateSection(good.data(), length); }), "inflate failed: ?");
+    header[0] = 0x00, check.back() ^= 0x01;
+    EXPECT_EQ(errorOf([&] { inflateSection(header.data(), header.size()); }), "inflate failed: incorrect header check");
+    EXPECT_EQ(errorOf([&] { inflateSection(check.data(), check.size()); }), "inflate failed: incorrect data check");
+    // The buffer starts at 8 x section length + 4096 bytes and doubles while it
+    // is not above the limit: sections padded to 1536 bytes (the padding after
+    // the stream's end ignored) start at 16384.
+    const std::tuple<size_t, uint64_t, bool> cases[] = {
+        {65536, 32768, true}, {65537, 32768, false},  // 16384 -> 32768 (not above the limit) -> 65536
+        {65536, 32767, false}, {32768, 32767, true},  // 32768 is above the limit: the last buffer
+        {16384, 100, true}, {16385, 100, false},      // the first buffer alone may be above the limit
+    };
+    for (const auto& [output, limit, fits] : cases) {
+        std::vector<uint8_t> s = zlibCompress(std::vector<uint8_t>(output, 0x41));
+        s.resize(1536, 0);
+        EXPECT_EQ(errorOf([&] { EXPECT_EQ(inflateSection(s.data(), s.size(), limit).size(), output); }),
+                  fits ? "" : "inflateSection: decompression safety limit exceeded") << output << " " << limit;
+    }
+    EXPECT_EQ(kInflateSafetyLimit, 536870911u);
+}
+
+}  // namespace
+}  // namespace prc
