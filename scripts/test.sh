@@ -35,5 +35,26 @@ echo "== sanitizer build (ASan + UBSan)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DMESHDRONE_SANITIZE=ON -DMESHDRONE_BUILD_BENCH=OFF
 
+# Fuzz smoke run where clang and libFuzzer exist: the committed seeds
+# replayed, then 10 s of fuzzing per target; any finding fails CI.
+if bash scripts/fuzz.sh --available; then
+  echo "== fuzz smoke run"
+  JOBS=$jobs bash scripts/fuzz.sh 10 || total_fail=$((total_fail + 1))
+fi
+
+echo "== Windows worker under wine (skipped when mingw-w64 or wine cannot be installed)"
+windows_log=$(mktemp)
+set +e
+bash scripts/test-windows.sh 2>&1 | tee "$windows_log"
+set -e
+windows_line=$(grep -E '^windows: [0-9]+ passed, [0-9]+ failed$' "$windows_log" | tail -1)
+if [ -n "$windows_line" ]; then
+  total_pass=$((total_pass + $(sed -E 's/^windows: ([0-9]+) passed.*/\1/' <<<"$windows_line")))
+  total_fail=$((total_fail + $(sed -E 's/.* ([0-9]+) failed$/\1/' <<<"$windows_line")))
+elif ! grep -q '^windows: skipped' "$windows_log"; then
+  total_fail=$((total_fail + 1))  # the stage stopped before its summary
+fi
+rm -f "$windows_log"
+
 echo "total: ${total_pass} passed, ${total_fail} failed"
 [ "$total_fail" -eq 0 ]
