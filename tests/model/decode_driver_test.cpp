@@ -115,6 +115,31 @@ TEST(DecodeDriver, StructuredPassOrFlatFallback) {
     }
 }
 
+// The second file structure's root has no part of its own: it takes part,
+// name and placement from its prototype in the first one, found by identifier.
+TEST(DecodeDriver, PrototypeInAnotherFileStructure) {
+    PRCFileBuilder b = simpleFile();
+    PRCFileStructurePlan& second = b.addFileStructure();
+    second.identifier = {5, 6, 7, 8};
+    ProductOccurrenceFields instance;
+    instance.name = std::nullopt;  // the reuse bit on an empty current name: no name of its own
+    instance.prototype_plus_one = 2;  // "leaf" of the first file structure
+    instance.prototype_file_structure = b.file_structures[0].identifier;
+    second.tree(sectionOf([&](PRCBitWriter& w) { writeTreeSection(w, 8137, {}, {instance}); }));
+    second.tessellation(squaresSection({}));
+    b.model_file = modelFileSection({{b.file_structures[0].identifier, 1}, {second.identifier, 1}});
+    Decoded d(b.build());
+    ASSERT_TRUE(d.ok);
+    EXPECT_TRUE(test::wellFormed(d));
+    EXPECT_EQ(d.pass, DecodePass::Structured);
+    EXPECT_EQ(d.model.triangle_count, 4u);  // the square once per root
+    ASSERT_EQ(d.model.part_count, 3u);
+    EXPECT_STREQ(d.model.part_records[2].name, "leaf");
+    EXPECT_EQ(d.model.part_records[2].parent_index, 0xFFFFFFFFu);
+    EXPECT_EQ(d.model.part_records[2].triangle_count, 2u);
+    EXPECT_GE(d.model.part_records[2].box_min[0], 10.0f);  // the prototype's placement
+}
+
 TEST(DecodeDriver, FlatPassMergesFileStructuresInOrder) {
     PRCFileBuilder b;
     b.addFileStructure().tessellation(squaresSection({0, 100}));
