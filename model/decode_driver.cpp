@@ -78,7 +78,7 @@ std::vector<ModelFileRoot> readModelFile(prc::PRCBitReader& r) {
     r.readDouble();   // unit
     const uint32_t entries = r.readUnsignedInteger();
     std::vector<ModelFileRoot> roots;
-    roots.reserve(size_t(std::min<uint64_t>(entries, r.bitsRemaining())));
+    roots.reserve(r.entriesThatFit(entries));
     for (uint32_t i = 0; i < entries; ++i) {
         ModelFileRoot root;
         for (uint32_t& word : root.file_structure) word = r.readUnsignedInteger();

@@ -62,6 +62,9 @@ enum TypeCode : uint32_t {
     kCamera = 742,
 };
 
+// Indices are stored as index + 1, with 0 for none.
+inline int64_t storedIndex(uint32_t value) { return value == 0 ? -1 : int64_t(value) - 1; }
+
 void readExpectedType(PRCBitReader& r, uint32_t expected, const char* label);
 void readAttributes(PRCBitReader& r);
 void readSingleAttribute(PRCBitReader& r);

@@ -12,16 +12,6 @@ namespace prc {
 
 namespace {
 
-// A corrupt count must not size anything beyond what the section could hold:
-// every entry takes at least one bit.
-template <typename T>
-void reserveCapped(std::vector<T>& list, uint32_t count, const PRCBitReader& r) {
-    list.reserve(size_t(std::min<uint64_t>(count, r.bitsRemaining())));
-}
-
-// Stored indices are index + 1, with 0 for none.
-int64_t storedIndex(uint32_t value) { return value == 0 ? -1 : int64_t(value) - 1; }
-
 void readFileStructureInternalData(PRCBitReader& r) {
     readExpectedType(r, kFileStructure, "FileStructure (internal data)");
     readContentPRCBase(r, kFileStructure);
@@ -45,7 +35,7 @@ PRCPartDefinition readPartDefinition(PRCBitReader& r) {
     r.readVector3d();  // bounding box: recomputed from the placed vertices
     r.readVector3d();
     const uint32_t items = r.readUnsignedInteger();
-    reserveCapped(part.representation_items, items, r);
+    part.representation_items.reserve(r.entriesThatFit(items));
     for (uint32_t i = 0; i < items; ++i) part.representation_items.push_back(readRepresentationItem(r));
     readMarkups(r);
     const uint32_t views = r.readUnsignedInteger();
@@ -72,7 +62,7 @@ PRCProductOccurrence readProductOccurrence(PRCBitReader& r) {
             for (int i = 0; i < 4; ++i) r.readUnsignedInteger();
     }
     const uint32_t sons = r.readUnsignedInteger();
-    reserveCapped(occ.son_product_occurrences, sons, r);
+    occ.son_product_occurrences.reserve(r.entriesThatFit(sons));
     for (uint32_t i = 0; i < sons; ++i) occ.son_product_occurrences.push_back(r.readUnsignedInteger());
     occ.product_behaviour = r.readCharacter();
     r.readBoolean();  // unit from CAD file
@@ -100,10 +90,10 @@ PRCFileStructureTree readFileStructureTree(PRCBitReader& r) {
     readExpectedType(r, kFileStructureTree, "FileStructureTree");
     readEmptyContentPRCBase(r);
     const uint32_t parts = r.readUnsignedInteger();
-    reserveCapped(tree.part_definitions, parts, r);
+    tree.part_definitions.reserve(r.entriesThatFit(parts));
     for (uint32_t i = 0; i < parts; ++i) tree.part_definitions.push_back(readPartDefinition(r));
     const uint32_t occurrences = r.readUnsignedInteger();
-    reserveCapped(tree.product_occurrences, occurrences, r);
+    tree.product_occurrences.reserve(r.entriesThatFit(occurrences));
     for (uint32_t i = 0; i < occurrences; ++i) tree.product_occurrences.push_back(readProductOccurrence(r));
     readFileStructureInternalData(r);
     r.skipUserData();

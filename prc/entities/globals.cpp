@@ -11,19 +11,9 @@ namespace prc {
 
 namespace {
 
-// A corrupt count must not size anything beyond what the section could hold:
-// every entry takes at least one bit.
-template <typename T>
-void reserveCapped(std::vector<T>& list, uint32_t count, const PRCBitReader& r) {
-    list.reserve(size_t(std::min<uint64_t>(count, r.bitsRemaining())));
-}
-
-// Stored indices are index + 1, with 0 for none.
-int64_t storedIndex(uint32_t value) { return value == 0 ? -1 : int64_t(value) - 1; }
-
 void readSchema(PRCBitReader& r, PRCGlobals& globals) {
     const uint32_t count = r.readUnsignedInteger();
-    reserveCapped(globals.schema_entity_types, count, r);
+    globals.schema_entity_types.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i) {
         globals.schema_entity_types.push_back(r.readUnsignedInteger());
         const uint32_t tokens = r.readUnsignedInteger();
@@ -171,7 +161,7 @@ PRCGlobals readFileStructureGlobals(PRCBitReader& r) {
     }
 
     count = r.readUnsignedInteger();
-    reserveCapped(globals.colors, count, r);
+    globals.colors.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i) {
         RgbColor c;
         c.red = r.readDouble();
@@ -187,14 +177,14 @@ PRCGlobals readFileStructureGlobals(PRCBitReader& r) {
     for (uint32_t i = 0; i < count; ++i) readTextureDefinition(r);
 
     count = r.readUnsignedInteger();
-    reserveCapped(globals.materials, count, r);
+    globals.materials.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i) globals.materials.push_back(readMaterial(r, globals.materials));
 
     count = r.readUnsignedInteger();
     for (uint32_t i = 0; i < count; ++i) readLinePattern(r);
 
     count = r.readUnsignedInteger();
-    reserveCapped(globals.styles, count, r);
+    globals.styles.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i) globals.styles.push_back(readStyle(r));
 
     // No file at hand carries fill patterns, so their layout could not be
@@ -203,7 +193,7 @@ PRCGlobals readFileStructureGlobals(PRCBitReader& r) {
         throw std::runtime_error("readFileStructureGlobals: unhandled fill patterns (no reference)");
 
     count = r.readUnsignedInteger();
-    reserveCapped(globals.reference_coordinate_systems, count, r);
+    globals.reference_coordinate_systems.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i)
         globals.reference_coordinate_systems.push_back(readRepresentationItem(r).transformation);
 

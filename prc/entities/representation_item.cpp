@@ -10,9 +10,6 @@ namespace prc {
 
 namespace {
 
-// Stored indices are index + 1, with 0 for none.
-int64_t storedIndex(uint32_t value) { return value == 0 ? -1 : int64_t(value) - 1; }
-
 void readBodyIdentifiers(PRCBitReader& r) {
     if (r.readBoolean()) {  // context and body of the exact geometry
         r.readUnsignedInteger();
@@ -25,7 +22,7 @@ PRCRepresentationItem readRepresentationItemAt(PRCBitReader& r, int depth);
 void readSetChildren(PRCBitReader& r, PRCRepresentationItem& set, int depth) {
     const uint32_t n = r.readUnsignedInteger();
     // Even an empty child takes one bit, so more children than bits cannot be there.
-    set.items.reserve(size_t(std::min<uint64_t>(n, r.bitsRemaining())));
+    set.items.reserve(r.entriesThatFit(n));
     for (uint32_t i = 0; i < n; ++i) set.items.push_back(readRepresentationItemAt(r, depth + 1));
 }
 

@@ -36,6 +36,14 @@ public:
     std::vector<uint8_t> readVertexColors(uint32_t rows, uint32_t bytesPerRow);
     uint64_t bitsRemaining() const;
 
+    // How many entries of a counted list may be reserved: a corrupt count must
+    // not size anything beyond what the data left could hold, each entry
+    // taking at least minBits bits.
+    size_t entriesThatFit(uint64_t count, uint64_t minBits = 1) const {
+        const uint64_t fit = bitsRemaining() / minBits;
+        return size_t(count < fit ? count : fit);
+    }
+
     // Absolute bit index of the cursor, and a way back to one (for peeking).
     uint64_t bitIndex() const { return byte_position * 8 + bit_position; }
     void seekBit(uint64_t index);

@@ -149,7 +149,7 @@ template <typename T>
 std::vector<T> readPlainArray(PRCBitReader& r, uint64_t bitsPerElement) {
     const uint32_t count = r.readUnsignedInteger();
     std::vector<T> out;
-    out.reserve(size_t(std::min<uint64_t>(count, r.bitsRemaining() / bitsPerElement)));
+    out.reserve(r.entriesThatFit(count, bitsPerElement));
     for (uint32_t i = 0; i < count; ++i) {
         if constexpr (sizeof(T) == 2) {
             const uint32_t low = r.readCharacter();

@@ -48,7 +48,7 @@ uint32_t compressedFaceCount(const std::vector<int32_t>& triangle_face_array) {
 
 BitVector readBooleanArray(PRCBitReader& r, uint32_t count) {
     BitVector bits;
-    bits.reserve(size_t(std::min<uint64_t>(count, r.bitsRemaining())));
+    bits.reserve(r.entriesThatFit(count));
     for (uint32_t i = 0; i < count; ++i) bits.push_back(r.readBoolean());
     return bits;
 }

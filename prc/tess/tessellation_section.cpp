@@ -18,20 +18,16 @@ constexpr uint64_t kMinBitsPerFace = 10 + 8;          // type, eight fields of o
 // The shortest Double is the two-bit code of 0.0.
 constexpr uint64_t kMinBitsPerDouble = 2;
 
-size_t reserveCap(uint64_t count, const PRCBitReader& r, uint64_t minBitsPerElement) {
-    return size_t(std::min<uint64_t>(count, r.bitsRemaining() / minBitsPerElement));
-}
-
 std::vector<double> readDoubles(PRCBitReader& r, uint32_t count) {
     std::vector<double> out;
-    out.reserve(reserveCap(count, r, kMinBitsPerDouble));
+    out.reserve(r.entriesThatFit(count, kMinBitsPerDouble));
     for (uint32_t i = 0; i < count; ++i) out.push_back(r.readDouble());
     return out;
 }
 
 std::vector<uint32_t> readUnsignedIntegers(PRCBitReader& r, uint32_t count) {
     std::vector<uint32_t> out;
-    out.reserve(reserveCap(count, r, 1));
+    out.reserve(r.entriesThatFit(count, 1));
     for (uint32_t i = 0; i < count; ++i) out.push_back(r.readUnsignedInteger());
     return out;
 }
@@ -67,7 +63,7 @@ PRCTessFace readTessFace(PRCBitReader& r) {
     readExpectedType(r, kTessFace, "PRCTessFace");
     PRCTessFace face;
     const uint32_t a = r.readUnsignedInteger();
-    face.line_attributes.reserve(reserveCap(a, r, 1));
+    face.line_attributes.reserve(r.entriesThatFit(a, 1));
     // Stored as index + 1 so that 0 means none; the wrap turns it into 0xFFFFFFFF.
     for (uint32_t i = 0; i < a; ++i) face.line_attributes.push_back(r.readUnsignedInteger() - 1u);
     r.readUnsignedInteger();
@@ -114,7 +110,7 @@ PRC3DTess readPRC3DTess(PRCBitReader& r) {
     const uint32_t indices = r.readUnsignedInteger();
     tess.triangulated_indices = readUnsignedIntegers(r, indices);
     const uint32_t faces = r.readUnsignedInteger();
-    tess.faces.reserve(reserveCap(faces, r, kMinBitsPerFace));
+    tess.faces.reserve(r.entriesThatFit(faces, kMinBitsPerFace));
     for (uint32_t i = 0; i < faces; ++i) tess.faces.push_back(readTessFace(r));
     skipDoubles(r);
     return tess;
@@ -167,7 +163,7 @@ std::vector<PRC3DTess> readFileStructureTessellation(const uint8_t* data, uint64
     const uint32_t n = r.readUnsignedInteger();
     std::vector<PRC3DTess> tessellations;
     if (n == 0) return tessellations;
-    tessellations.reserve(reserveCap(n, r, kMinBitsPerTess));
+    tessellations.reserve(r.entriesThatFit(n, kMinBitsPerTess));
 
     // A record is kept together with its ref or not at all: when the ref
     // cannot be stored the record is taken back out.
