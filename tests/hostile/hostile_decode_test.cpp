@@ -1,0 +1,149 @@
+// Hostile files through the decode driver: each ends in the answer that the
+// bounds prescribe, within a bounded amount of memory.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include "model/assembly.h"
+#include "prc/io/inflate_section.h"
+#include "tests/hostile/hostile_files.h"
+#include "worker/decoded_model.h"
+
+// This program counts the bytes live on the operator new heap, and their peak
+// since the last reset; a request that fails counts as granted.
+namespace {
+constexpr size_t kHeader = alignof(std::max_align_t);  // the block's size, kept in front of it
+std::atomic<size_t> live{0}, peak{0};
+void* allocate(size_t n, bool orNull = false) {
+    const size_t now = live += n;
+    for (size_t seen = peak; now > seen && !peak.compare_exchange_weak(seen, now);) {
+    }
+    void* block = n <= SIZE_MAX - kHeader ? std::malloc(n + kHeader) : nullptr;
+    if (block == nullptr) {
+        live -= n;
+        if (orNull) return nullptr;
+        throw std::bad_alloc();
+    }
+    *static_cast<size_t*>(block) = n;
+    return static_cast<char*>(block) + kHeader;
+}
+void release(void* p) noexcept {
+    if (p == nullptr) return;
+    live -= *reinterpret_cast<size_t*>(static_cast<char*>(p) - kHeader);
+    std::free(static_cast<char*>(p) - kHeader);
+}
+size_t peakSince(size_t baseline) { return peak - baseline; }
+size_t resetPeak() { return peak = live.load(); }
+}  // namespace
+void* operator new(size_t n) { return allocate(n); }
+void* operator new[](size_t n) { return allocate(n); }
+// Under the sanitizers the nothrow forms must be ours too: the plain delete releases them.
+void* operator new(size_t n, const std::nothrow_t&) noexcept { return allocate(n, true); }
+void* operator new[](size_t n, const std::nothrow_t&) noexcept { return allocate(n, true); }
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, size_t) noexcept { release(p); }
+void operator delete[](void* p, size_t) noexcept { release(p); }
+
+namespace prc::test::hostile {
+namespace {
+
+// Resident set peak of this process in bytes, and a fresh start for it (the
+// inflation buffer is not on the operator new heap).
+uint64_t residentPeak() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmHWM:", 0) == 0) return std::stoull(line.substr(6)) * 1024;
+    return 0;
+}
+uint64_t resetResidentPeak() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+    return residentPeak();
+}
+
+void freeModel(DecodedModel& m) {
+    std::free(m.positions), std::free(m.triangles), std::free(m.colors), std::free(m.part_records);
+}
+
+TEST(HostileFiles, EachEndsInItsAnswerWithBoundedMemory) {
+    for (const HostileCase& c : hostileCases()) {
+        SCOPED_TRACE(c.name);
+        DecodedModel model{};
+        const uint64_t resident = resetResidentPeak();
+        const size_t heap = resetPeak();
+        const bool decoded = decodePrcModel(c.file.data(), c.file.size(), &model);
+        // A reservation capped by the bits left of a section with the filler
+        // costs a few megabytes, 200,000 nodes some tens; the instancing fills
+        // the mesh with 20,000,000 triangles (240 MB of indices) as it grows.
+        EXPECT_LE(peakSince(heap), c.triangles == 1000 ? size_t(600) << 20 : size_t(96) << 20);
+        // The bomb: the growth rule's largest buffer, just under 1 GiB.
+        EXPECT_LE(residentPeak() - resident, 2 * kInflateSafetyLimit + (uint64_t(64) << 20));
+        if (c.records < 0) {
+            EXPECT_FALSE(decoded);
+            EXPECT_EQ(model.outcome, kOutcomeNoGeometry);
+        } else {
+            EXPECT_TRUE(decoded);
+            EXPECT_EQ(model.part_count, uint32_t(c.records));
+            EXPECT_EQ(model.triangle_count, c.triangles);
+        }
+        freeModel(model);
+    }
+}
+
+TEST(HostileFiles, TheWritersMakeAPlacedRedPart) {
+    const std::vector<uint8_t> file = buildFile({});
+    DecodedModel model{};
+    ASSERT_TRUE(decodePrcModel(file.data(), file.size(), &model));
+    EXPECT_EQ(model.part_count, 2u);
+    EXPECT_EQ(model.triangle_count, 1u);
+    EXPECT_EQ(model.colors[0] << 16 | model.colors[1] << 8 | model.colors[2], 0xFF0000);
+    EXPECT_EQ(model.color_count + model.style_count, 2u);
+    freeModel(model);
+}
+
+// Arrays that lie about each other: a hundred thousand triangles over three
+// points, every edge opened (the stack of open edges only grows), each later
+// corner a reference; the last reference lies outside the points, so the
+// strategy runs again. Each run keeps one open edge per triangle at most.
+TEST(HostileFiles, CompressedArraysThatLieAboutEachOther) {
+    constexpr uint32_t kTriangles = 100000;
+    PRC3DTessCompressed liar;
+    liar.tolerance = 1;
+    liar.point_array = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    liar.triangle_face_array.assign(kTriangles, 0);
+    liar.edge_status_array.assign(kTriangles, 3);
+    liar.point_is_reference_array.assign(kTriangles + 2, true);
+    liar.point_reference_array.assign(kTriangles - 2, 2);
+    liar.point_reference_array.push_back(3);
+    liar.must_recalculate_normals = true;
+    liar.normal_is_reversed.assign(kTriangles, false);
+    const size_t heap = resetPeak();
+    TessMesh piece;
+    EXPECT_THROW(model::buildCompressedTessPiece(piece, liar, PRCGlobals(), nullptr), std::runtime_error);
+    EXPECT_LE(peakSince(heap), size_t(kTriangles) * 400);
+}
+
+// A header may name one bomb from every file structure. Under a budget of
+// 64 MiB around the decode, the first inflation spends it and every later one
+// of every pass fails at once: nothing is drawn, and little memory was taken.
+TEST(HostileFiles, OneBombNamedByAThousandFileStructuresIsInflatedOnce) {
+    const std::vector<uint8_t> file = zlibBombFile(0, 1000);
+    const uint64_t resident = resetResidentPeak();
+    DecodedModel model{};
+    {
+        InflationBudget budget(64 << 20);
+        EXPECT_FALSE(decodePrcModel(file.data(), file.size(), &model));
+        EXPECT_EQ(budget.left(), 0u);
+    }
+    EXPECT_EQ(model.outcome, kOutcomeNoGeometry);
+    EXPECT_LE(residentPeak() - resident, uint64_t(192) << 20);
+}
+
+}  // namespace
+}  // namespace prc::test::hostile
