@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets (clang, in build-fuzz) and runs them.
 #
-#   scripts/fuzz.sh [seconds per target] [target...]  fuzz each target in turn (default 60 s, all)
+#   scripts/fuzz.sh [seconds per target] [target...]  fuzz each target in turn for that much CPU time
+#                                                     (default 60 s, all targets)
 #   scripts/fuzz.sh --available                       exit 0 when clang can build libFuzzer targets
 #   scripts/fuzz.sh --seeds                           rewrite the seeds in fuzz/corpus from tests/data
 #   scripts/fuzz.sh --worker-limits BUILD_DIR         run BUILD_DIR's worker on every hostile file and
@@ -93,29 +94,42 @@ for t in "${targets[@]}"; do
   [ "$t" = command_line ] || [ "$t" = bit_reader ] || dict=(-dict="$root/fuzz/prc.dict")
   before=$(ls "$findings" | wc -l)
   rm -f "$run"/*.log "$run"/time.txt
-  deadline=0
   # -jobs=1: one fuzzing job in a child process, logged to fuzz-0.log. The
+  # time allowed is CPU time, so that a loaded machine fuzzes as long as an
+  # idle one: jobs follow each other until the target has had it. The
   # timeout is wall-clock: on a loaded machine a job can stop on an input that
   # runs well under a second of CPU. Such an input is set aside in
   # build-fuzz/slow/ and the fuzzing goes on; one that takes a second of CPU
   # alone is a finding.
   # The first job replays every committed seed, whatever the time allowed.
+  cpu_spent() { [ -e "$run/time.txt" ] || { echo 0; return; }; awk '{s += $1 + $2} END {printf "%d", s}' "$run/time.txt"; }
   replay=(-runs=0 "$root/fuzz/corpus/$t")
-  while [ ${#replay[@]} -gt 0 ] || [ $((deadline - SECONDS)) -ge 5 ]; do
-    job=("${replay[@]}")
-    [ ${#job[@]} -gt 0 ] || job=(-max_total_time=$((deadline - SECONDS)) "${dict[@]}" "$build/corpus/$t" "$root/fuzz/corpus/$t")
-    replay=()
+  start=0
+  while :; do
+    if [ ${#replay[@]} -gt 0 ]; then
+      job=("${replay[@]}")
+      replay=()
+    else
+      left=$((seconds - ($(cpu_spent) - start)))
+      [ "$left" -ge 5 ] || break
+      job=(-max_total_time=$left "${dict[@]}" "$build/corpus/$t" "$root/fuzz/corpus/$t")
+    fi
+    before_job=$(cpu_spent 2>/dev/null || echo 0)
     (cd "$run" && /usr/bin/time -a -f '%U %S' -o time.txt "$build/fuzz/fuzz_$t" -jobs=1 -rss_limit_mb=1024 \
       -timeout=1 -print_final_stats=1 -artifact_prefix="$findings/" "${job[@]}" >/dev/null 2>&1) || true
     cat "$run/fuzz-0.log" >>"$run/all.log"
-    [ "${job[0]}" != -runs=0 ] || deadline=$((SECONDS + seconds))  # the fuzzing time starts after the replay
-    grep -q 'ERROR: libFuzzer: timeout' "$run/fuzz-0.log" || [ "${job[0]}" = -runs=0 ] || break
+    if [ "${job[0]}" = -runs=0 ]; then
+      start=$(cpu_spent)  # the fuzzing time starts after the replay
+      [ "$(ls "$findings" | wc -l)" -eq "$before" ] && continue || break
+    fi
     for unit in "$findings"/timeout-*; do
       [ -e "$unit" ] || continue
       /usr/bin/time -f '%U %S' -o "$run/unit.txt" "$build/fuzz/fuzz_$t" "$unit" >/dev/null 2>&1 || true
       awk '{exit !($1 + $2 < 1)}' "$run/unit.txt" && mv "$unit" "$slow/"
     done
     [ "$(ls "$findings" | wc -l)" -eq "$before" ] || break
+    # A job that stopped at once without a finding would only start again.
+    [ $(($(cpu_spent) - before_job)) -ge 1 ] || { echo "$t: a fuzzing job stopped at once" >&2; failed=1; break; }
   done
   log=$run/all.log
   cpu=$(awk '{s += $1 + $2} END {printf "%.0f", s}' "$run/time.txt")
