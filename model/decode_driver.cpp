@@ -172,6 +172,7 @@ PreviewMesh runFlatPass(const uint8_t* data, uint64_t size) {
 bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass) {
     std::memset(out, 0, sizeof *out);
     if (pass != nullptr) *pass = DecodePass::None;
+    const prc::InflationFailureMemo inflationFailures;  // for the three passes
     if (data == nullptr || size == 0) {
         failWith(out, kOutcomeNoResult);
         return false;

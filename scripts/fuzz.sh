@@ -5,8 +5,9 @@
 #                                                     (default 60 s, all targets)
 #   scripts/fuzz.sh --available                       exit 0 when clang can build libFuzzer targets
 #   scripts/fuzz.sh --seeds                           rewrite the seeds in fuzz/corpus from tests/data
-#   scripts/fuzz.sh --worker-limits BUILD_DIR         run BUILD_DIR's worker on every hostile file and
-#                                                     every tests/data file cut at every 97th byte
+#   scripts/fuzz.sh --worker-limits BUILD_DIR [FILE...]
+#                                                     run BUILD_DIR's worker on every hostile file and on
+#                                                     every file (default tests/data) cut at every 97th byte
 #
 # A target starts from its committed seeds (fuzz/corpus/<target>), which are
 # replayed first, and keeps what it finds new in build-fuzz/corpus/<target>.
@@ -68,7 +69,9 @@ if [ "${1:-}" = "--worker-limits" ]; then
   }
   for f in "$work"/hostile/*; do measure "$f" "$(basename "$f")"; done
   report "hostile files"
-  for f in tests/data/*.* tests/data/gen/*.prc tests/data/pdf/*; do
+  files=("${@:3}")
+  [ ${#files[@]} -gt 0 ] || files=(tests/data/*.* tests/data/gen/*.prc tests/data/pdf/*)
+  for f in "${files[@]}"; do
     size=$(stat -c %s "$f")
     for ((cut = 97; cut < size; cut += 97)); do
       head -c "$cut" "$f" >"$work/cut.prc"
@@ -76,7 +79,7 @@ if [ "${1:-}" = "--worker-limits" ]; then
     done
     echo "  ${f#tests/data/}: cut at every 97th byte" >&2
   done
-  report "tests/data cut at every 97th byte"
+  report "${#files[@]} files cut at every 97th byte"
   exit $bad
 fi
 

@@ -46,6 +46,7 @@ private:
 };
 
 thread_local InflationBudget* activeBudget = nullptr;
+thread_local InflationFailureMemo* activeMemo = nullptr;
 
 [[noreturn]] void safetyLimitExceeded() {
     throw std::runtime_error("inflateSection: decompression safety limit exceeded");
@@ -64,6 +65,20 @@ void InflationBudget::draw(uint64_t bytes) {
     if (outer_) outer_->draw(bytes);
 }
 
+InflationFailureMemo::InflationFailureMemo() : outer_(activeMemo) { activeMemo = this; }
+
+InflationFailureMemo::~InflationFailureMemo() { activeMemo = outer_; }
+
+bool InflationFailureMemo::failed(const uint8_t* section, uint64_t length, uint64_t safetyLimit) const {
+    for (const Failure& f : failures_)
+        if (f.section == section && f.length == length && f.safety_limit == safetyLimit) return true;
+    return false;
+}
+
+void InflationFailureMemo::add(const uint8_t* section, uint64_t length, uint64_t safetyLimit) {
+    failures_.push_back({section, length, safetyLimit});
+}
+
 std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length) {
     return inflateSection(section, length, kInflateSafetyLimit);
 }
@@ -74,6 +89,8 @@ std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uin
     // zlib, so most of that buffer is never written: it stays uninitialised
     // (untouched pages cost no memory) and the result is copied out at its
     // exact size.
+    InflationFailureMemo* const memo = activeMemo;
+    if (memo && memo->failed(section, length, safetyLimit)) safetyLimitExceeded();
     uint64_t capacity = length * 8 + 4096;
     RawBuffer out(capacity);
     InflateStream stream;
@@ -84,7 +101,10 @@ std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uin
     InflationBudget* const budget = activeBudget;
     for (;;) {
         if (used == capacity) {
-            if (capacity > safetyLimit) safetyLimitExceeded();
+            if (capacity > safetyLimit) {
+                if (memo) memo->add(section, length, safetyLimit);
+                safetyLimitExceeded();
+            }
             capacity = used * 2;
             out.resize(capacity);
         }

@@ -39,4 +39,31 @@ private:
     InflationBudget* outer_;
 };
 
+// While a memo exists, an inflation of the same bytes as one that already
+// exceeded the safety limit fails at once, as it would again: a header that
+// names one bomb from many file structures, read in three passes, costs one
+// inflation. Only that failure is remembered; the others are cheap or depend
+// on a budget.
+class InflationFailureMemo {
+public:
+    InflationFailureMemo();
+    ~InflationFailureMemo();
+    InflationFailureMemo(const InflationFailureMemo&) = delete;
+    InflationFailureMemo& operator=(const InflationFailureMemo&) = delete;
+
+    bool failed(const uint8_t* section, uint64_t length, uint64_t safetyLimit) const;
+    void add(const uint8_t* section, uint64_t length, uint64_t safetyLimit);
+
+private:
+    struct Failure {
+        const uint8_t* section;
+        uint64_t length;
+        uint64_t safety_limit;
+    };
+    // A failure costs at least the safety limit of output, which the pass
+    // budgets allow only a few times per decode: a list suffices.
+    std::vector<Failure> failures_;
+    InflationFailureMemo* outer_;
+};
+
 }  // namespace prc

@@ -454,5 +454,24 @@ TEST(InflateSection, RoundTripsAndBrokenStreams) {
     EXPECT_EQ(kInflateSafetyLimit, 536870911u);
 }
 
+// Bytes that exceeded the limit once fail at once while the memo lives; the
+// same stream at another place, or under another limit, is inflated anew.
+TEST(InflateSection, FailureMemoSparesTheSecondInflation) {
+    std::vector<uint8_t> s = zlibCompress(std::vector<uint8_t>(1 << 20, 0));
+    s.resize(1536, 0);
+    const std::vector<uint8_t> copy = s;
+    const auto drawn = [](const std::vector<uint8_t>& bytes, uint64_t limit) {
+        InflationBudget budget;
+        EXPECT_EQ(errorOf([&] { inflateSection(bytes.data(), bytes.size(), limit); }),
+                  "inflateSection: decompression safety limit exceeded");
+        return kPassInflationBudget - budget.left();
+    };
+    const InflationFailureMemo memo;
+    EXPECT_EQ(drawn(s, 32768), 65536u);
+    EXPECT_EQ(drawn(s, 32768), 0u);
+    EXPECT_EQ(drawn(copy, 32768), 65536u);
+    EXPECT_EQ(drawn(s, 65536), 131072u);
+}
+
 }  // namespace
 }  // namespace prc
