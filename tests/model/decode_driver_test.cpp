@@ -43,15 +43,9 @@ PRCFileBuilder simpleFile(uint32_t part_style_plus_one = 0, uint32_t face_style_
     PRCFileBuilder b;
     b.minimal_version_for_read = 7094;
     PRCFileStructurePlan& fs = b.addFileStructure();
-    ProductOccurrenceFields root, leaf;
-    root.name = "root";
-    root.sons = {1};
-    leaf.name = "leaf";
-    leaf.part_plus_one = 1;
-    leaf.location = translationMatrix(10, 0, 0);
-    PartDefinitionFields part;
-    part.style_plus_one = part_style_plus_one;
-    part.items = {TreeItemFields{237, 1, 0, 0, {}}};
+    const ProductOccurrenceFields root{.name = "root", .sons = {1}};
+    const ProductOccurrenceFields leaf{.name = "leaf", .part_plus_one = 1, .location = translationMatrix(10, 0, 0)};
+    const PartDefinitionFields part{"part", part_style_plus_one, {TreeItemFields{237, 1, 0, 0, {}}}};
     fs.tree(sectionOf([&](PRCBitWriter& w) { writeTreeSection(w, 8137, {part}, {root, leaf}); }));
     fs.tessellation(squaresSection({0}, face_style_plus_one));
     b.model_file = modelFileSection({{fs.identifier, 1}});
@@ -59,15 +53,13 @@ PRCFileBuilder simpleFile(uint32_t part_style_plus_one = 0, uint32_t face_style_
 }
 
 TEST(DecodeDriver, NoInputNoHeaderAndNothingToDraw) {
-    DecodedModel m;
-    std::memset(&m, 0xAB, sizeof m);
-    EXPECT_FALSE(decodePrcModel(nullptr, 10, &m));
-    EXPECT_EQ(m.outcome, 0u);
-    EXPECT_EQ(m.positions, nullptr);
     const std::vector<uint8_t> bad = {'P', 'R', 'X', 0, 0, 0, 0};
-    std::memset(&m, 0xAB, sizeof m);
-    EXPECT_FALSE(decodePrcModel(bad.data(), 0, &m));
-    EXPECT_EQ(m.outcome, 0u);
+    for (const uint8_t* input : {static_cast<const uint8_t*>(nullptr), bad.data()}) {  // no input, or none of it
+        DecodedModel m;
+        std::memset(&m, 0xAB, sizeof m);
+        EXPECT_FALSE(decodePrcModel(input, input ? 0 : 10, &m));
+        EXPECT_EQ(std::pair(m.outcome, m.positions), std::pair(0u, static_cast<float*>(nullptr)));
+    }
     EXPECT_EQ(Decoded(bad).model.outcome, 2u);
 
     PRCFileBuilder empty = simpleFile();
@@ -134,9 +126,8 @@ TEST(DecodeDriver, PrototypeInAnotherFileStructure) {
     EXPECT_EQ(d.pass, DecodePass::Structured);
     EXPECT_EQ(d.model.triangle_count, 4u);  // the square once per root
     ASSERT_EQ(d.model.part_count, 3u);
-    EXPECT_STREQ(d.model.part_records[2].name, "leaf");
-    EXPECT_EQ(d.model.part_records[2].parent_index, 0xFFFFFFFFu);
-    EXPECT_EQ(d.model.part_records[2].triangle_count, 2u);
+    const PartRecord& r = d.model.part_records[2];
+    EXPECT_EQ(std::tuple(std::string(r.name), r.parent_index, r.triangle_count), std::tuple("leaf", 0xFFFFFFFFu, 2u));
     EXPECT_GE(d.model.part_records[2].box_min[0], 10.0f);  // the prototype's placement
 }
 
@@ -172,9 +163,7 @@ TEST(DecodeDriver, GlobalsGiveStatisticsAndColoursAndABrokenOneAddsNothing) {
         Decoded d(b.build());
         ASSERT_TRUE(d.ok);
         EXPECT_EQ(d.pass, flat ? DecodePass::Flat : DecodePass::Structured);
-        EXPECT_EQ(d.model.color_count, 3u);
-        EXPECT_EQ(d.model.material_count, 1u);
-        EXPECT_EQ(d.model.style_count, 2u);
+        EXPECT_EQ(std::tuple(d.model.color_count, d.model.material_count, d.model.style_count), std::tuple(3u, 1u, 2u));
         ASSERT_EQ(d.model.vertex_count, 8u);
         // The second file structure is still drawn, in the colour it would have without globals.
         EXPECT_EQ((std::vector<uint8_t>(d.model.colors, d.model.colors + 24)),

@@ -71,12 +71,7 @@ struct EncodedTess {
     // Coverage of the traversal, for tests that want a feature exercised.
     std::array<uint32_t, 8> chain_start_patterns{};  // by b0 + 2 b1 + 4 b2
     std::array<uint32_t, 4> edge_statuses{};
-    uint32_t stale_edges_dropped = 0;  // closed edges popped and skipped
-    uint32_t new_normals = 0;
-    uint32_t kind2_vertices = 0;
-    uint32_t kind2_reuses = 0;
-    uint32_t single_normal_reuses = 0;
-    uint32_t failed_normal_frames = 0;
+    uint32_t kind2_vertices = 0, kind2_reuses = 0, single_normal_reuses = 0, failed_normal_frames = 0;
     // Ties met by the simulated run, in the order met.
     std::vector<int64_t> tie_keys;
 };
@@ -99,9 +94,5 @@ void appendMesh(EncoderMesh& a, const EncoderMesh& b);
 // Corner normals that are the smooth vertex normals (area-weighted average of
 // the face normals around each point).
 void setSmoothCornerNormals(EncoderMesh& mesh);
-
-// The record in the bit-level form that readPRC3DTessCompressed reads back,
-// for an authoring version above 7030 (the origin is written).
-std::vector<uint8_t> serializeCompressedTess(const PRC3DTessCompressed& record);
 
 }  // namespace prc::test

@@ -35,13 +35,13 @@ struct ProductOccurrenceFields {
     uint32_t style_plus_one = 0;
     uint32_t part_plus_one = 0;
     uint32_t prototype_plus_one = 0;
-    std::optional<FileStructureId> prototype_file_structure;  // nullopt: the same file structure
+    std::optional<FileStructureId> prototype_file_structure{};  // nullopt: the same file structure
     uint32_t external_plus_one = 0;
-    std::optional<FileStructureId> external_file_structure;
-    std::vector<uint32_t> sons;  // as stored
+    std::optional<FileStructureId> external_file_structure{};
+    std::vector<uint32_t> sons{};  // as stored
     uint8_t behaviour = 0;
     uint8_t information_flags = 0;
-    std::optional<Matrix4> location;  // written as a general transformation
+    std::optional<Matrix4> location{};  // written as a general transformation
     uint32_t user_data_bits = 0;
 };
 

@@ -101,45 +101,35 @@ TEST(Entities, WholesReadExactlyAtEveryVersionBoundary) {
 }
 
 TEST(Entities, TamperedTypeCodesAndValues) {
+    // {slot, value, the type code expected there}; the first leader linked
+    // holds only its second end.
+    const std::tuple<const char*, uint32_t, uint32_t> wrong_types[] = {
+        {"PRCAttribute", 202, 201}, {"PRCView", 500, 501}, {"View.annotations", 206, 205},
+        {"View.linked_items", 206, 205}, {"PRCSurfacePlane", 85, 86}, {"PRCSceneDisplayParameters", 740, 741},
+        {"PRCCamera", 743, 742}, {"PRCFilter", 321, 320}, {"PRCEntityReference", 204, 203},
+        {"PRCMarkupLinkedItem", 205, 204}, {"PRCLeader", 502, 503}, {"Leader.second_linked_item", 206, 205},
+        {"Leader.first_linked_item", 206, 205}, {"PRCMarkup", 503, 502}, {"Markup.linked_items", 206, 205},
+        {"Markup.leaders", 206, 205}, {"AnnotationItem.markup", 204, 205},
+        {"AnnotationReference.linked_items", 206, 205}, {"FileStructureGlobals", 302, 303}, {"PRCPicture", 702, 703},
+        {"PRCTextureDefinition", 711, 712}, {"PRCTextureTransformation", 712, 713}, {"PRCLinePattern", 722, 721},
+        {"PRCStyle", 702, 701},
+    };
+    for (const auto& [slot, value, expected] : wrong_types)
+        EXPECT_EQ(tampered(slot, value), "unexpected type for " + std::string(slot) + ": expected " +
+                                             std::to_string(expected) + ", got " + std::to_string(value));
     const std::tuple<const char*, uint32_t, const char*> cases[] = {
-        {"PRCAttribute", 202, "unexpected type for PRCAttribute: expected 201, got 202"},
         {"AttributeKey.type", 6, "readSingleAttribute: unhandled attribute type 6"},
-        {"PRCView", 500, "unexpected type for PRCView: expected 501, got 500"},
-        {"View.annotations", 206, "unexpected type for View.annotations: expected 205, got 206"},
-        {"View.linked_items", 206, "unexpected type for View.linked_items: expected 205, got 206"},
-        {"PRCSurfacePlane", 85, "unexpected type for PRCSurfacePlane: expected 86, got 85"},
-        {"PRCSceneDisplayParameters", 740, "unexpected type for PRCSceneDisplayParameters: expected 741, got 740"},
         {"Light", 730, "readLight: tipo inatteso 730"},
         {"Light", 735, "readLight: tipo inatteso 735"},
-        {"PRCCamera", 743, "unexpected type for PRCCamera: expected 742, got 743"},
-        {"PRCFilter", 321, "unexpected type for PRCFilter: expected 320, got 321"},
-        {"PRCEntityReference", 204, "unexpected type for PRCEntityReference: expected 203, got 204"},
         {"EntityReference.reference", 207, "readEntityReference: unknown reference type"},
-        {"PRCMarkupLinkedItem", 205, "unexpected type for PRCMarkupLinkedItem: expected 204, got 205"},
         {"LinkedItem.reference", 207, "ReferenceData: unknown type"},
-        {"PRCLeader", 502, "unexpected type for PRCLeader: expected 503, got 502"},
-        // The first leader linked holds only its second end.
-        {"Leader.second_linked_item", 206, "unexpected type for Leader.second_linked_item: expected 205, got 206"},
-        {"Leader.first_linked_item", 206, "unexpected type for Leader.first_linked_item: expected 205, got 206"},
-        {"PRCMarkup", 503, "unexpected type for PRCMarkup: expected 502, got 503"},
-        {"Markup.linked_items", 206, "unexpected type for Markup.linked_items: expected 205, got 206"},
-        {"Markup.leaders", 206, "unexpected type for Markup.leaders: expected 205, got 206"},
         {"AnnotationEntity", 507, "readAnnotationEntity: unknown type 507"},
-        {"AnnotationItem.markup", 204, "unexpected type for AnnotationItem.markup: expected 205, got 204"},
-        {"AnnotationReference.linked_items", 206,
-         "unexpected type for AnnotationReference.linked_items: expected 205, got 206"},
         {"RepresentationItem", 231, "readRepresentationItem: unhandled type (231)"},
         {"RepresentationItem", 241, "readRepresentationItem: unhandled type (241)"},
         {"Transformation", 203, "readTransformation3d: unknown transformation type"},
-        {"FileStructureGlobals", 302, "unexpected type for FileStructureGlobals: expected 303, got 302"},
-        {"PRCPicture", 702, "unexpected type for PRCPicture: expected 703, got 702"},
-        {"PRCTextureDefinition", 711, "unexpected type for PRCTextureDefinition: expected 712, got 711"},
         {"TextureDefinition.mapping_operator", 3,
          "readTextureDefinition: unhandled texture mapping operator (never seen in real files)"},
-        {"PRCTextureTransformation", 712, "unexpected type for PRCTextureTransformation: expected 713, got 712"},
         {"Material", 703, "readMaterial: unexpected material type: 703"},
-        {"PRCLinePattern", 722, "unexpected type for PRCLinePattern: expected 721, got 722"},
-        {"PRCStyle", 702, "unexpected type for PRCStyle: expected 701, got 702"},
         {"Globals.fill_patterns", 1, "readFileStructureGlobals: unhandled fill patterns (no reference)"},
     };
     for (const auto& [slot, value, message] : cases) EXPECT_EQ(tampered(slot, value), message) << slot;

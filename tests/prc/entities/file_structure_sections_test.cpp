@@ -18,19 +18,13 @@ TEST(FileStructureTree, ReadsEveryKeptFieldAndEndsExactly) {
     for (uint32_t version : {8137u, 8138u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(version);
         PartDefinitionFields part{"p", 3, {{237, 2, 1, 5, {}}, {0, 0, 0, 0, {}}, {239, 0, 0, 0, {{237, 1, 0, 0, {}}}}}, 13};
-        ProductOccurrenceFields root, proto;
-        root.name = "root";
-        root.sons = {1, 57};  // 57: beyond the list, kept as stored
-        root.information_flags = 0x09;
-        root.behaviour = 0x81;
-        root.location = translationMatrix(1.5, -2, 1e6);
-        proto.name = std::nullopt;  // the current name: the last one read
-        proto.part_plus_one = 1;
-        proto.prototype_plus_one = 3;
-        proto.prototype_file_structure = FileStructureId{0xDEADBEEF, 1, 2, 0xFFFFFFFF};
-        proto.external_plus_one = 4;
-        proto.external_file_structure = FileStructureId{5, 6, 7, 8};
-        proto.user_data_bits = 40;
+        // Sons beyond the list are kept as stored; a reused name is the last one read.
+        const ProductOccurrenceFields root{.name = "root", .sons = {1, 57}, .behaviour = 0x81, .information_flags = 0x09,
+                                           .location = translationMatrix(1.5, -2, 1e6)};
+        const ProductOccurrenceFields proto{.name = std::nullopt, .part_plus_one = 1, .prototype_plus_one = 3,
+                                            .prototype_file_structure = FileStructureId{0xDEADBEEF, 1, 2, 0xFFFFFFFF},
+                                            .external_plus_one = 4, .external_file_structure = FileStructureId{5, 6, 7, 8},
+                                            .user_data_bits = 40};
         PRCBitWriter w;
         writeTreeSection(w, version, {part, PartDefinitionFields()}, {root, proto});
         PRCBitReader r(w.bytes().data(), w.bytes().size(), version);
@@ -38,27 +32,22 @@ TEST(FileStructureTree, ReadsEveryKeptFieldAndEndsExactly) {
         EXPECT_EQ(r.bitIndex(), w.bitCount());
         ASSERT_EQ(tree.part_definitions.size(), 2u);
         const PRCPartDefinition& p = tree.part_definitions[0];
-        EXPECT_EQ(p.line_style_index, 2u);
-        EXPECT_EQ(tree.part_definitions[1].line_style_index, 0xFFFFFFFFu);
+        EXPECT_EQ(std::pair(p.line_style_index, tree.part_definitions[1].line_style_index), std::pair(2u, 0xFFFFFFFFu));
         ASSERT_EQ(p.representation_items.size(), 3u);
-        EXPECT_EQ(p.representation_items[0].index_tessellation, 1);
-        EXPECT_EQ(p.representation_items[0].index_local_coordinate_system, 0);
-        EXPECT_EQ(p.representation_items[0].line_style_index, 4u);
+        const PRCRepresentationItem& item = p.representation_items[0];
+        EXPECT_EQ(std::tuple(item.index_tessellation, item.index_local_coordinate_system, item.line_style_index),
+                  std::tuple(1, 0, 4u));
         EXPECT_EQ(p.representation_items[1].type, 0u);  // empty items are kept
         ASSERT_EQ(p.representation_items[2].items.size(), 1u);
         ASSERT_EQ(tree.product_occurrences.size(), 2u);
         const PRCProductOccurrence& o0 = tree.product_occurrences[0];
         const PRCProductOccurrence& o1 = tree.product_occurrences[1];
-        EXPECT_EQ(o0.index_part, -1);
-        EXPECT_EQ(o0.index_prototype, -1);
+        EXPECT_EQ(std::tuple(o0.index_part, o0.index_prototype, o0.product_information_flags, o0.product_behaviour),
+                  std::tuple(-1, -1, 0x09, 0x81));
         EXPECT_EQ(o0.son_product_occurrences, (std::vector<uint32_t>{1, 57}));
-        EXPECT_EQ(o0.product_information_flags, 0x09);
-        EXPECT_EQ(o0.product_behaviour, 0x81);
         EXPECT_EQ(o0.location, translationMatrix(1.5, -2, 1e6));
-        EXPECT_EQ(o1.name, "root");
-        EXPECT_EQ(o1.index_part, 0);
-        EXPECT_EQ(o1.index_prototype, 2);
-        EXPECT_FALSE(o1.prototype_in_same_file_structure);
+        EXPECT_EQ(std::tuple(o1.name, o1.index_part, o1.index_prototype, o1.prototype_in_same_file_structure),
+                  std::tuple("root", 0, 2, false));
         EXPECT_EQ(o1.prototype_file_structure, (FileStructureId{0xDEADBEEF, 1, 2, 0xFFFFFFFF}));
         EXPECT_FALSE(o1.has_location);
     }

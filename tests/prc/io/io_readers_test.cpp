@@ -2,9 +2,7 @@
 
 #include <bit>
 #include <cmath>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <random>
@@ -398,36 +396,6 @@ TEST(PRCHeader, FieldsAndBounds) {
         EXPECT_EQ(readFileStructureHeader(b, size, offset), kFileStructureHeaderNotFound) << size << " " << offset;
 }
 
-// Real files and built ones share a layout: six offsets, a head at offsets[0],
-// zlib sections at offsets[1..5], the last running up to the next file
-// structure, and the model file section closing the file.
-TEST(PRCHeader, RealAndBuiltFileLayout) {
-    std::ifstream in(MESHDRONE_TEST_DATA "/1a8f391e69e7.prc", std::ios::binary);
-    PRCFileBuilder b;
-    b.addFileStructure().tree(PRCSection{{1, 2, 3}}).authoring_version = 8138;
-    b.addFileStructure().tessellation(PRCSection{{4, 5}});
-    b.model_file = PRCSection{{6}};
-    for (const std::vector<uint8_t>& file : {std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {}), b.build()}) {
-        const PRCHeader h = parse(file);
-        std::vector<std::vector<uint8_t>> sections;
-        for (size_t i = 0; i < h.file_structures.size(); ++i) {
-            const std::vector<uint32_t>& o = h.file_structures[i].offsets;
-            ASSERT_EQ(o.size(), 6u);
-            EXPECT_NE(readFileStructureHeader(file.data(), file.size(), o[0]), kFileStructureHeaderNotFound);
-            const bool last = i + 1 == h.file_structures.size();
-            const uint32_t end = last ? h.model_file_start : h.file_structures[i + 1].offsets[0];
-            for (size_t k = 1; k < 6; ++k)
-                sections.push_back(inflateSection(file.data() + o[k], (k < 5 ? o[k + 1] : end) - o[k]));
-        }
-        sections.push_back(inflateSection(file.data() + h.model_file_start, h.model_file_end - h.model_file_start));
-        EXPECT_EQ(h.model_file_end, file.size());
-        if (file.size() == 516) continue;  // the real file
-        EXPECT_EQ(sections, (std::vector<std::vector<uint8_t>>{{}, {1, 2, 3}, {}, {}, {}, {}, {}, {4, 5}, {}, {}, {6}}));
-        const uint32_t head = h.file_structures[0].offsets[0];
-        EXPECT_EQ(readFileStructureHeader(file.data(), file.size(), head), uint64_t(8138) << 32 | 8137);
-    }
-}
-
 TEST(InflateSection, RoundTripsAndBrokenStreams) {
     const std::vector<uint8_t> nothing = zlibCompress({});
     EXPECT_TRUE(inflateSection(nothing.data(), nothing.size()).empty());
@@ -451,7 +419,6 @@ TEST(InflateSection, RoundTripsAndBrokenStreams) {
         EXPECT_EQ(errorOf([&] { EXPECT_EQ(inflateSection(s.data(), s.size(), limit).size(), output); }),
                   fits ? "" : "inflateSection: decompression safety limit exceeded") << output << " " << limit;
     }
-    EXPECT_EQ(kInflateSafetyLimit, 536870911u);
 }
 
 // Bytes that exceeded the limit once fail at once while the memo lives; the

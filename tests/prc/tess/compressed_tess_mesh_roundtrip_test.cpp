@@ -10,6 +10,7 @@
 #include "prc/io/bit_reader.h"
 #include "prc/tess/compressed_tess_mesh.h"
 #include "tests/support/compressed_tess_encoder.h"
+#include "tests/support/prc_tess_writer.h"
 
 namespace prc {
 namespace {
@@ -20,21 +21,12 @@ using test::EncoderMesh;
 using test::EncoderOptions;
 
 bool isRotationOf(const std::array<uint32_t, 3>& a, const std::array<uint32_t, 3>& b) {
-    for (int k = 0; k < 3; ++k) {
-        if (a[0] == b[k] && a[1] == b[(k + 1) % 3] && a[2] == b[(k + 2) % 3]) {
-            return true;
-        }
-    }
+    for (int k = 0; k < 3; ++k)
+        if (a[0] == b[k] && a[1] == b[(k + 1) % 3] && a[2] == b[(k + 2) % 3]) return true;
     return false;
 }
 
-double triangleArea2(const std::vector<double>& pos, uint32_t i, uint32_t j, uint32_t k) {
-    const Vec3 a{pos[3 * i], pos[3 * i + 1], pos[3 * i + 2]};
-    const Vec3 b{pos[3 * j], pos[3 * j + 1], pos[3 * j + 2]};
-    const Vec3 c{pos[3 * k], pos[3 * k + 1], pos[3 * k + 2]};
-    const Vec3 n = cross(sub(b, a), sub(c, a));
-    return std::sqrt(dot(n, n));
-}
+Vec3 at(const std::vector<double>& pos, uint32_t i) { return {pos[3 * i], pos[3 * i + 1], pos[3 * i + 2]}; }
 
 // Decodes `enc` and checks it against the mesh it was made from.
 void expectRoundTrip(const EncoderMesh& mesh, const EncoderOptions& options, const EncodedTess& enc) {
@@ -43,19 +35,14 @@ void expectRoundTrip(const EncoderMesh& mesh, const EncoderOptions& options, con
     EXPECT_EQ(run, CompressedTessRun::First);
     EXPECT_TRUE(consumedExactly(res, enc.record));
     ASSERT_EQ(res.triangles, enc.expected_triangles);
-    ASSERT_EQ(res.positions.size(), enc.expected_positions.size());
-    for (size_t i = 0; i < res.positions.size(); ++i) {
-        ASSERT_EQ(res.positions[i], enc.expected_positions[i]) << "coordinate " << i;
-    }
+    ASSERT_EQ(res.positions, enc.expected_positions);  // bit for bit
 
     // Against the input: positions within half a step along each frame axis.
     const double reach = options.tolerance * std::sqrt(3.0) / 2 * (1 + 1e-6) + 1e-12;
-    for (size_t d = 0; d < enc.input_point.size(); ++d) {
+    for (uint32_t d = 0; d < enc.input_point.size(); ++d) {
         const test::EncoderVec& p = mesh.points[enc.input_point[d]];
-        const double dx = res.positions[3 * d] - p.x;
-        const double dy = res.positions[3 * d + 1] - p.y;
-        const double dz = res.positions[3 * d + 2] - p.z;
-        ASSERT_LE(std::sqrt(dx * dx + dy * dy + dz * dz), reach) << "point " << d;
+        const Vec3 off = sub(at(res.positions, d), {p.x, p.y, p.z});
+        ASSERT_LE(std::sqrt(dot(off, off)), reach) << "point " << d;
     }
     // Every input triangle once; the winding as input unless the decoded
     // triangle has no area to orient by.
@@ -72,28 +59,29 @@ void expectRoundTrip(const EncoderMesh& mesh, const EncoderOptions& options, con
             ++mismatches;
             EXPECT_TRUE(isRotationOf({got[0], got[2], got[1]}, want));
             EXPECT_FALSE(options.must_recalculate_normals);
-            EXPECT_LT(triangleArea2(res.positions, res.triangles[3 * t], res.triangles[3 * t + 1],
-                                    res.triangles[3 * t + 2]),
-                      1e3 * options.tolerance * options.tolerance)
+            const Vec3 a = at(res.positions, res.triangles[3 * t]), n = cross(sub(at(res.positions, res.triangles[3 * t + 1]), a),
+                                                                              sub(at(res.positions, res.triangles[3 * t + 2]), a));
+            EXPECT_LT(std::sqrt(dot(n, n)), 1e3 * options.tolerance * options.tolerance)
                 << "triangle " << t << " is not degenerate but lost its winding";
         }
     }
     EXPECT_EQ(seen.size(), mesh.triangles.size());
     EXPECT_EQ(mismatches, enc.winding_mismatches);
 
-    // The same record through the bit-level form and its reader.
-    const std::vector<uint8_t> bytes = test::serializeCompressedTess(enc.record);
-    PRCBitReader reader(bytes.data(), bytes.size(), 8137);
-    const PRC3DTessCompressed back = readPRC3DTessCompressed(reader, 8137);
-    EXPECT_EQ(back.point_array, enc.record.point_array);
-    EXPECT_EQ(back.edge_status_array, enc.record.edge_status_array);
-    EXPECT_EQ(back.triangle_face_array, enc.record.triangle_face_array);
-    EXPECT_EQ(back.point_is_reference_array, enc.record.point_is_reference_array);
-    EXPECT_EQ(back.point_reference_array, enc.record.point_reference_array);
-    EXPECT_EQ(back.normal_binary_data, enc.record.normal_binary_data);
-    EXPECT_EQ(back.normal_angle_array, enc.record.normal_angle_array);
-    const CompressedTessResult again = buildCompressedTessMesh(back);
-    EXPECT_EQ(again.triangles, res.triangles);
+    // The same record through the bit-level form and its reader, arrays plain and Huffman-coded.
+    for (const bool huffman : {false, true}) {
+        test::PRCBitWriter w;
+        test::writePRC3DTessCompressed(w, 8137, enc.record, huffman);
+        PRCBitReader reader(w.bytes().data(), w.bytes().size(), 8137);
+        const PRC3DTessCompressed back = readPRC3DTessCompressed(reader, 8137);
+        EXPECT_EQ(std::tie(back.point_array, back.edge_status_array, back.triangle_face_array,
+                           back.point_is_reference_array, back.point_reference_array, back.normal_binary_data,
+                           back.normal_angle_array),
+                  std::tie(enc.record.point_array, enc.record.edge_status_array, enc.record.triangle_face_array,
+                           enc.record.point_is_reference_array, enc.record.point_reference_array,
+                           enc.record.normal_binary_data, enc.record.normal_angle_array));
+        EXPECT_EQ(buildCompressedTessMesh(back).triangles, res.triangles);
+    }
 }
 
 EncodedTess encodeAndCheck(const EncoderMesh& mesh, const EncoderOptions& options) {
@@ -104,39 +92,32 @@ EncodedTess encodeAndCheck(const EncoderMesh& mesh, const EncoderOptions& option
 
 EncoderOptions withNormals(uint8_t bits, ChainStartChoice choice = ChainStartChoice::LowestUnvisited,
                            uint64_t seed = 1) {
-    EncoderOptions o;
-    o.must_recalculate_normals = false;
-    o.normal_angle_number_of_bits = bits;
-    o.chain_start = choice;
-    o.seed = seed;
-    return o;
+    return {.must_recalculate_normals = false, .normal_angle_number_of_bits = bits, .chain_start = choice, .seed = seed};
 }
 
 TEST(CompressedTessMeshRoundTrip, ClosedMeshesWithReversedBits) {
     EncoderMesh mesh = test::makeIcosphereMesh(3, 1.0);
     appendMesh(mesh, test::makeTorusMesh(24, 12, 2.0, 0.5, {5.0, 0.0, 0.0}));
-    EncoderOptions o;
-    o.origin = {0.25f, -1.5f, 3.0f};
-    const EncodedTess enc = encodeAndCheck(mesh, o);
+    const EncodedTess enc = encodeAndCheck(mesh, {.origin = {0.25f, -1.5f, 3.0f}});
     EXPECT_EQ(enc.winding_mismatches, 0u);
     EXPECT_GT(enc.edge_statuses[0], 0u);
     EXPECT_GT(enc.edge_statuses[3], 0u);
 }
 
+// Every chain start, and every pattern of reference bits at a chain start.
 TEST(CompressedTessMeshRoundTrip, OpenGridsWithHolesEveryChainStart) {
+    std::array<uint32_t, 8> patterns{};
     for (uint64_t seed = 1; seed <= 6; ++seed) {
         EncoderMesh mesh = test::makeGridMesh(30, 20, 0.15, seed);
         appendMesh(mesh, test::makeGridMesh(6, 6, 0.3, seed + 100, 2.0));
         for (ChainStartChoice choice : {ChainStartChoice::LowestUnvisited, ChainStartChoice::MostBuiltCorners,
                                         ChainStartChoice::Random}) {
-            EncoderOptions o;
-            o.chain_start = choice;
-            o.seed = seed;
-            o.tolerance = 1e-4;
             SCOPED_TRACE(::testing::Message() << "seed " << seed << " choice " << int(choice));
-            encodeAndCheck(mesh, o);
+            const EncodedTess enc = encodeAndCheck(mesh, {.tolerance = 1e-4, .chain_start = choice, .seed = seed});
+            for (int p = 0; p < 8; ++p) patterns[p] += enc.chain_start_patterns[p];
         }
     }
+    for (int p = 0; p < 8; ++p) EXPECT_GT(patterns[p], 0u) << "pattern " << p;
 }
 
 TEST(CompressedTessMeshRoundTrip, EncodedNormalsFlatSmoothAndSingleFaces) {
@@ -253,25 +234,6 @@ TEST(CompressedTessMeshRoundTrip, ManySeeds) {
         o.tolerance = seed % 4 == 0 ? 1e-2 : 1e-5;
         SCOPED_TRACE(::testing::Message() << "seed " << seed);
         encodeAndCheck(mesh, o);
-    }
-}
-
-TEST(CompressedTessMeshRoundTrip, AllChainStartPatternsAppear) {
-    std::array<uint32_t, 8> patterns{};
-    for (uint64_t seed = 1; seed <= 12; ++seed) {
-        const EncoderMesh mesh = test::makeGridMesh(10, 10, 0.3, seed);
-        for (ChainStartChoice choice : {ChainStartChoice::MostBuiltCorners, ChainStartChoice::Random}) {
-            EncoderOptions o;
-            o.chain_start = choice;
-            o.seed = seed;
-            const EncodedTess enc = encodeAndCheck(mesh, o);
-            for (int p = 0; p < 8; ++p) {
-                patterns[p] += enc.chain_start_patterns[p];
-            }
-        }
-    }
-    for (int p = 0; p < 8; ++p) {
-        EXPECT_GT(patterns[p], 0u) << "pattern " << p;
     }
 }
 
