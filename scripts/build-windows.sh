@@ -10,19 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 dir=${1:-build-win}
 
-packages=(g++-mingw-w64-x86-64 libz-mingw-w64-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -ne 0 ]; then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  echo "installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  $sudo apt-get update -qq
-  $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
-fi
+bash scripts/install-deps.sh g++-mingw-w64-x86-64 libz-mingw-w64-dev
 
 cmake -S . -B "$dir" -G Ninja --no-warn-unused-cli \
   -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \

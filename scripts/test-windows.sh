@@ -21,19 +21,9 @@ acos_arguments=1000000
 started=$SECONDS
 
 packages=(g++-mingw-w64-x86-64 libz-mingw-w64-dev wine wine64)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
-done
-if [ ${#missing[@]} -ne 0 ]; then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  echo "installing: ${missing[*]}"
-  export DEBIAN_FRONTEND=noninteractive
-  if ! { $sudo apt-get update -qq && $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"; } >/dev/null 2>&1; then
-    echo "windows: skipped (could not install ${missing[*]})"
-    exit 0
-  fi
+if ! bash scripts/install-deps.sh "${packages[@]}" >/dev/null 2>&1; then
+  echo "windows: skipped (could not install ${packages[*]})"
+  exit 0
 fi
 for tool in x86_64-w64-mingw32-g++ wine wineserver wineboot; do
   command -v "$tool" >/dev/null || { echo "windows: skipped ($tool not found)"; exit 0; }
