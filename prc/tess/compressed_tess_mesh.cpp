@@ -363,8 +363,9 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     if (open_b && open_a) {
         const Corner b[3] = {x2.index < x1.index ? x2 : x1, x2.index < x1.index ? x1 : x2, x0};
         const Corner a[3] = {x2.index < x0.index ? x2 : x0, x2.index < x0.index ? x0 : x2, x1};
-        open_edges_.emplace_back();
-        edgeFrames(b, key_b, a, key_a, open_edges_.back(), next);
+        OpenEdge waiting;
+        edgeFrames(b, key_b, a, key_a, waiting, next);
+        open_edges_.push_back(waiting);
         have_next = true;
     } else if (open_b) {
         next = x2.index < x1.index ? edgeFrame(x2, x1, x0, key_b) : edgeFrame(x1, x2, x0, key_b);

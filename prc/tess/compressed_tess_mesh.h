@@ -113,7 +113,7 @@ private:
     CompressedTessResult result_;  // positions double as the builder's points
     std::vector<OpenEdge> open_edges_;
     EdgeKeySet closed_edges_;
-    Corner c_[3];
+    Corner c_[3]{};
     int current_orientation_ = 0;
     CompressedTessNormals normals_;
 };

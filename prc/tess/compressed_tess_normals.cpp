@@ -23,57 +23,38 @@ namespace {
 // bit-level guess: q itself below 2, q with its unbiased exponent halved from
 // 2 on. From that guess it takes 4 to 80 dependent divisions.
 //
-// For every positive finite q the iteration ends on the same double when it
-// starts from the correctly rounded root instead (compared for all 2^31 - 2^23
-// such floats): it settles on the root or a neighbour of it whichever way it
-// comes, and from the root it needs one step, or two when it moves to the
-// neighbour. The square root is correctly rounded on every target (IEEE).
+// For every positive finite q the iteration ends on the same double as one
+// step taken from the correctly rounded root s, (q/s + s)/2 (compared for all
+// 2^31 - 2^23 such floats): it settles on the root or a neighbour of it
+// whichever way it comes, and from the root one step lands where it settles.
+// The square root is correctly rounded on every target (IEEE), so a length
+// costs one square root and one division, without a branch on the data.
 //
 // The other values never reach a root: a negative q (or -0, +0) gives a guess
 // that is not positive, which counts as no length (0); +inf and NaN run into
 // inf/inf and end as NaN, which no comparison accepts either.
 //
 // Half the lengths asked for are of vectors normalised before, whose squared
-// length rounds to 1 or to the float below it; those two are answered at once.
-constexpr int kNewtonSteps = 100;
+// length rounds to 1 or to the float below it: those two are answered without
+// the square root and division, which sit on the traversal's critical path.
 constexpr uint32_t kOneBits = 0x3F800000u;
 constexpr uint32_t kBelowOneBits = 0x3F7FFFFFu;
-constexpr double kRootOfBelowOne = 0.99999997019767717;  // of 1 - 2^-24, the iteration's value
+constexpr double kLengthOfBelowOne = 0.99999997019767717;  // (q/s + s)/2 for q = 1 - 2^-24
 
 template <int N>
 void lengthsFromSquares(const float (&q)[N], double (&out)[N]) {
-    double square[N];
-    bool running[N];
-    int left = 0;
     for (int i = 0; i < N; ++i) {
-        square[i] = q[i];
-        running[i] = false;
         const uint32_t bits = std::bit_cast<uint32_t>(q[i]);
         if (bits == kOneBits) {
             out[i] = 1.0;
         } else if (bits == kBelowOneBits) {
-            out[i] = kRootOfBelowOne;
+            out[i] = kLengthOfBelowOne;
         } else if (bits - 1u < 0x7F7FFFFFu) {  // 0 < q <= FLT_MAX
-            out[i] = std::sqrt(square[i]);
-            running[i] = true;
-            ++left;
-        } else if (bits >= 0x7F800000u && bits < 0x80000000u) {
-            out[i] = std::numeric_limits<double>::quiet_NaN();
+            const double square = q[i];
+            const double root = std::sqrt(square);
+            out[i] = (square / root + root) / 2;
         } else {
-            out[i] = 0.0;
-        }
-    }
-    for (int step = 0; step < kNewtonSteps && left > 0; ++step) {
-        for (int i = 0; i < N; ++i) {
-            if (running[i]) {
-                const double next = (square[i] / out[i] + out[i]) / 2;
-                if (next == out[i]) {
-                    running[i] = false;
-                    --left;
-                } else {
-                    out[i] = next;
-                }
-            }
+            out[i] = bits >= 0x7F800000u && bits < 0x80000000u ? std::numeric_limits<double>::quiet_NaN() : 0.0;
         }
     }
 }
@@ -358,6 +339,67 @@ void CompressedTessNormals::appendToList(NormalList& list, uint32_t normal) {
     list_arena_[list.start + list.size++] = normal;
 }
 
+CompressedTessNormals::NormalFrame CompressedTessNormals::buildNormalFrame(const Corner (&c)[3],
+                                                                         bool normalize_fallback_axis) {
+    NormalFrame frame{};
+    // The angles are measured in a frame built at the triangle's corner that is
+    // closest to a right angle, the best conditioned of the three.
+    Vec3 u01 = sub(c[1].p, c[0].p);
+    Vec3 u02 = sub(c[2].p, c[0].p);
+    Vec3 u12 = sub(c[2].p, c[1].p);
+    double l01, l02, l12;
+    vectorLengths(u01, u02, u12, l01, l02, l12);
+    if (!usableLength(l01) || !usableLength(l02) || !usableLength(l12)) {
+        return frame;
+    }
+    u01 = divide(u01, l01);
+    u02 = divide(u02, l02);
+    u12 = divide(u12, l12);
+
+    // angleFromRight(u01, u02), (u12, -u01) and (-u02, -u12) normalise their
+    // arguments once more. Negation commutes exactly with the length, the
+    // division and the dot product, so each edge is normalised again once and
+    // the three cosines are its dot products with the signs taken out.
+    Vec3 n01 = u01, n02 = u02, n12 = u12;
+    vectorLengths(n01, n02, n12, l01, l02, l12);
+    if (usableLength(l01)) {
+        n01 = divide(n01, l01);
+    }
+    if (usableLength(l02)) {
+        n02 = divide(n02, l02);
+    }
+    if (usableLength(l12)) {
+        n12 = divide(n12, l12);
+    }
+    // Compared as e1 > e0 && e2 > e0, then e2 > e1.
+    RightAngleDistance e0(dot(n01, n02));
+    RightAngleDistance e1(-dot(n12, n01));
+    RightAngleDistance e2(dot(n02, n12));
+    Vec3 a;
+    Vec3 z;
+    if (e1.fartherThan(e0) && e2.fartherThan(e0)) {
+        a = u01;
+        z = cross(u01, u02);
+    } else if (e2.fartherThan(e1)) {
+        a = u12;
+        z = cross(u01, u12);
+    } else {
+        a = neg(u02);
+        z = cross(u02, u12);
+    }
+    if (!normalizeInPlace(z)) {
+        z = completeBasis(a, normalize_fallback_axis).n;
+    }
+    // Y = Z x A; a normal whose first bit turns Z gets -Y, exactly: negation
+    // passes through the cross product and the normalisation unchanged.
+    Vec3 y = cross(z, a);
+    frame.ok = normalizeInPlace(y);
+    frame.a = a;
+    frame.y = y;
+    frame.z = z;
+    return frame;
+}
+
 uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Corner (&c)[3]) {
     const std::vector<uint16_t>& angles = record_->normal_angle_array;
     if (angles.size() < 2 || angles.size() - normal_angles_used_ < 2) {
@@ -367,63 +409,26 @@ uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Co
     const double beta = static_cast<int16_t>(angles[normal_angles_used_ + 1]) * angle_quantum_;
     normal_angles_used_ += 2;
 
-    Vec3 normal{0.0, 0.0, 1.0};
-    // The angles are measured in a frame built at the triangle's corner that is
-    // closest to a right angle, the best conditioned of the three.
-    Vec3 u01 = sub(c[1].p, c[0].p);
-    Vec3 u02 = sub(c[2].p, c[0].p);
-    Vec3 u12 = sub(c[2].p, c[1].p);
-    double l01, l02, l12;
-    vectorLengths(u01, u02, u12, l01, l02, l12);
-    const bool frame_ok = usableLength(l01) && usableLength(l02) && usableLength(l12);
-    if (frame_ok) {
-        u01 = divide(u01, l01);
-        u02 = divide(u02, l02);
-        u12 = divide(u12, l12);
+    if (frame_state_ != FrameState::Built) {
+        frame_ = buildNormalFrame(c, normalize_fallback_axis_);
+        if (frame_state_ == FrameState::Unbuilt) {
+            frame_state_ = FrameState::Built;
+        }
     }
-    if (frame_ok) {
-        // The angleFromRight of each corner, compared as e1 > e0 && e2 > e0,
-        // then e2 > e1.
-        RightAngleDistance e0(cosineOf(u01, u02));
-        RightAngleDistance e1(cosineOf(u12, neg(u01)));
-        RightAngleDistance e2(cosineOf(neg(u02), neg(u12)));
-        Vec3 a;
-        Vec3 z;
-        if (e1.fartherThan(e0) && e2.fartherThan(e0)) {
-            a = u01;
-            z = cross(u01, u02);
-        } else if (e2.fartherThan(e1)) {
-            a = u12;
-            z = cross(u01, u12);
-        } else {
-            a = neg(u02);
-            z = cross(u02, u12);
-        }
-        if (!normalizeInPlace(z)) {
-            z = completeBasis(a, normalize_fallback_axis_).n;
-        }
-        if (b1) {
-            z = neg(z);
-        }
-        Vec3 y = cross(z, a);
-        if (normalizeInPlace(y)) {
-            if (b2) {
-                a = neg(a);
-            }
-            if (b3) {
-                y = neg(y);
-            }
-            const double c1 = cosApprox(alpha);
-            const double s1 = sinApprox(alpha);
-            const double c2 = cosApprox(beta);
-            const double s2 = sinApprox(beta);
-            const double ca = c1 * c2;
-            const double sa = s1 * c2;
-            Vec3 candidate{ca * a.x + sa * y.x + s2 * z.x, ca * a.y + sa * y.y + s2 * z.y,
-                           ca * a.z + sa * y.z + s2 * z.z};
-            if (normalizeInPlace(candidate)) {
-                normal = candidate;
-            }
+    Vec3 normal{0.0, 0.0, 1.0};
+    if (frame_.ok) {
+        const Vec3 a = b2 ? neg(frame_.a) : frame_.a;
+        const Vec3 y = b1 != b3 ? neg(frame_.y) : frame_.y;
+        const Vec3 z = b1 ? neg(frame_.z) : frame_.z;
+        const double c1 = cosApprox(alpha);
+        const double s1 = sinApprox(alpha);
+        const double c2 = cosApprox(beta);
+        const double s2 = sinApprox(beta);
+        const double ca = c1 * c2;
+        const double sa = s1 * c2;
+        Vec3 candidate{ca * a.x + sa * y.x + s2 * z.x, ca * a.y + sa * y.y + s2 * z.y, ca * a.z + sa * y.z + s2 * z.z};
+        if (normalizeInPlace(candidate)) {
+            normal = candidate;
         }
     }
     normals_.push_back(normal);
@@ -433,6 +438,7 @@ uint32_t CompressedTessNormals::decodeNormal(bool b1, bool b2, bool b3, const Co
 int CompressedTessNormals::orientationFromNormals(uint32_t t, const Corner (&c)[3], int64_t tie_key,
                                                   std::vector<int64_t>& tie_keys) {
     uint32_t n;
+    frame_state_ = FrameState::Unbuilt;
     const BitVector& single = record_->face_has_single_normal;
     const int32_t f = record_->triangle_face_array[t];
     if (!single.empty() && f >= 0 && static_cast<uint64_t>(f) < single.size() && single[f]) {
@@ -451,6 +457,7 @@ int CompressedTessNormals::orientationFromNormals(uint32_t t, const Corner (&c)[
         decodeVertexNormal(c[1].index, c);
         decodeVertexNormal(c[2].index, c);
     }
+    frame_state_ = FrameState::Outside;
     const Vec3& normal = normals_[n];
     const Vec3 a = sub(c[1].p, c[0].p);
     const Vec3 b = sub(c[2].p, midpoint(c[0].p, c[1].p));

@@ -13,15 +13,18 @@
 
 namespace prc {
 
+// Plain aggregates without member initialisers: the traversal builds a
+// 160-byte edge entry per triangle, and zeroing each one first (rep stos)
+// cost more than the rest of its construction.
 struct Vec3 {
-    double x = 0.0, y = 0.0, z = 0.0;
+    double x, y, z;
 };
 
 // A corner of a triangle: the point's coordinates as they were when the corner
 // was taken, and its point index.
 struct Corner {
     Vec3 p;
-    uint32_t index = 0;
+    uint32_t index;
 };
 
 // The 32-bit float epsilon: shorter vectors count as having no direction.
@@ -109,6 +112,20 @@ public:
 
 private:
     int orientationFromNormals(uint32_t t, const Corner (&c)[3], int64_t tie_key, std::vector<int64_t>& tie_keys);
+
+    // The frame in which a triangle's normals are given, before the three bits
+    // of a normal turn its axes: it depends on the corners only, so the up to
+    // three normals decoded for one triangle share it. Within a triangle it is
+    // built at the first normal; outside one (decodeNormal called alone) it is
+    // built for every call.
+    struct NormalFrame {
+        Vec3 a, y, z;
+        bool ok;
+    };
+    static NormalFrame buildNormalFrame(const Corner (&c)[3], bool normalize_fallback_axis);
+    enum class FrameState : uint8_t { Outside, Unbuilt, Built };
+    FrameState frame_state_ = FrameState::Outside;
+    NormalFrame frame_{};
 
     const PRC3DTessCompressed* record_ = nullptr;
     bool must_recalculate_ = false;
