@@ -3,6 +3,7 @@
 // tests assert exactly what the tool reports.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <stdexcept>
@@ -19,14 +20,56 @@ namespace tessdump {
 // Edge statistics of a triangle list. A correctly decoded CAD mesh is closed
 // or nearly so, and consistently wound: every interior edge is used once in
 // each direction.
+//
+// The format winds a triangle by the side its decoded normal points to, and
+// its points are quantised in steps of the record's tolerance: a triangle
+// less than a step or two tall can come out folded over its neighbour, its
+// winding turned with it, however exactly it is decoded. A same-direction edge
+// all of whose triangles stand at least kFirmHeight steps tall has no such
+// excuse; those are counted apart.
 struct EdgeStats {
     uint64_t boundary_edges = 0;        // undirected edges of exactly one triangle
     uint64_t same_direction_edges = 0;  // directed edges used by more than one triangle
+    uint64_t firm_same_direction_edges = 0;  // of those, the ones between triangles kFirmHeight steps tall
     uint64_t collapsed_triangles = 0;   // a point index repeated in one triangle
 };
 
-inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles) {
-    std::vector<uint64_t> directed;
+constexpr double kFirmHeight = 2.0;
+
+// The height of triangle t over its longest edge, in units of step.
+inline double heightInSteps(const std::vector<double>& positions, const std::vector<uint32_t>& triangles, size_t t,
+                            double step) {
+    double p[3][3];
+    for (int k = 0; k < 3; ++k) {
+        for (int i = 0; i < 3; ++i) {
+            p[k][i] = positions[3 * size_t(triangles[3 * t + k]) + i];
+        }
+    }
+    double e[3][3], longest = 0.0;
+    for (int k = 0; k < 3; ++k) {
+        double len = 0.0;
+        for (int i = 0; i < 3; ++i) {
+            e[k][i] = p[(k + 1) % 3][i] - p[k][i];
+            len += e[k][i] * e[k][i];
+        }
+        longest = std::max(longest, len);
+    }
+    const double n[3] = {e[0][1] * e[1][2] - e[0][2] * e[1][1], e[0][2] * e[1][0] - e[0][0] * e[1][2],
+                         e[0][0] * e[1][1] - e[0][1] * e[1][0]};
+    const double twice_area = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+    return longest > 0.0 ? twice_area / std::sqrt(longest) / step : 0.0;
+}
+
+// positions and step may be left out (empty, 0): every same-direction edge
+// then counts as firm.
+inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles, const std::vector<double>& positions = {},
+                           double step = 0.0) {
+    struct Directed {
+        uint64_t key;
+        uint32_t triangle;
+        bool operator<(const Directed& o) const { return key < o.key; }
+    };
+    std::vector<Directed> directed;
     directed.reserve(triangles.size());
     EdgeStats stats;
     for (size_t t = 0; t + 2 < triangles.size(); t += 3) {
@@ -36,21 +79,32 @@ inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles) {
             continue;
         }
         for (int k = 0; k < 3; ++k) {
-            directed.push_back((uint64_t(c[k]) << 32) | c[(k + 1) % 3]);
+            directed.push_back({(uint64_t(c[k]) << 32) | c[(k + 1) % 3], uint32_t(t / 3)});
         }
     }
     std::sort(directed.begin(), directed.end());
+    const bool heights = step > 0.0 && !triangles.empty() &&
+                         positions.size() >= 3 * size_t(1 + *std::max_element(triangles.begin(), triangles.end()));
+    for (size_t i = 0; i < directed.size();) {
+        size_t j = i;
+        bool firm = true;
+        while (j < directed.size() && directed[j].key == directed[i].key) {
+            if (heights && heightInSteps(positions, triangles, directed[j].triangle, step) < kFirmHeight) {
+                firm = false;
+            }
+            ++j;
+        }
+        if (j - i > 1) {
+            ++stats.same_direction_edges;
+            stats.firm_same_direction_edges += firm;
+        }
+        i = j;
+    }
     std::vector<uint64_t> undirected;
     undirected.reserve(directed.size());
-    for (size_t i = 0; i < directed.size(); ++i) {
-        if (i > 0 && directed[i] == directed[i - 1]) {
-            // Count each repeated directed edge once.
-            if (i == 1 || directed[i - 2] != directed[i]) {
-                ++stats.same_direction_edges;
-            }
-        }
-        const uint32_t a = uint32_t(directed[i] >> 32);
-        const uint32_t b = uint32_t(directed[i]);
+    for (const Directed& d : directed) {
+        const uint32_t a = uint32_t(d.key >> 32);
+        const uint32_t b = uint32_t(d.key);
         undirected.push_back(a < b ? (uint64_t(a) << 32) | b : (uint64_t(b) << 32) | a);
     }
     std::sort(undirected.begin(), undirected.end());
@@ -109,7 +163,7 @@ inline RecordReport inspectRecord(const prc::PRC3DTessCompressed& record) {
                                                              : "tie";
         report.triangles = result.triangles.size() / 3;
         report.consumed_exactly = prc::consumedExactly(result, record);
-        report.edges = edgeStats(result.triangles);
+        report.edges = edgeStats(result.triangles, result.positions, record.tolerance);
     } catch (const std::exception& e) {
         report.run = "error";
         report.error = e.what();

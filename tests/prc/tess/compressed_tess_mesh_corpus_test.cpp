@@ -26,6 +26,7 @@ struct CorpusFile {
     uint64_t triangles;       // over the records read exactly
     uint64_t boundary_edges;  // idem
     uint64_t same_direction_edges;
+    uint64_t firm_same_direction_edges;  // between triangles two quantisation steps tall
     std::set<RecordId> failing;       // every run raises an error
     std::set<RecordId> not_consumed;  // the first run ends but leaves data over
 };
@@ -40,7 +41,7 @@ void checkFile(const CorpusFile& file) {
     const std::vector<uint8_t> bytes = readFile(std::string(MESHDRONE_TEST_DATA) + "/" + file.name);
     ASSERT_FALSE(bytes.empty());
     const PRCHeader header = readPRCHeader(bytes.data(), bytes.size());
-    uint64_t records = 0, second = 0, triangles = 0, boundary = 0, same_direction = 0;
+    uint64_t records = 0, second = 0, triangles = 0, boundary = 0, same_direction = 0, firm = 0;
     for (uint32_t f = 0; f < header.file_structures.size(); ++f) {
         std::string error;
         const std::vector<PRC3DTessCompressed> list =
@@ -67,6 +68,7 @@ void checkFile(const CorpusFile& file) {
             triangles += report.triangles;
             boundary += report.edges.boundary_edges;
             same_direction += report.edges.same_direction_edges;
+            firm += report.edges.firm_same_direction_edges;
         }
     }
     EXPECT_EQ(records, file.records);
@@ -74,36 +76,36 @@ void checkFile(const CorpusFile& file) {
     EXPECT_EQ(triangles, file.triangles);
     EXPECT_EQ(boundary, file.boundary_edges);
     EXPECT_EQ(same_direction, file.same_direction_edges);
+    EXPECT_EQ(firm, file.firm_same_direction_edges);
 }
 
 // A public building model: open surfaces, hence its boundary edges; its
-// same-direction edges come from quads covered twice (both diagonals).
-// Elsewhere they mostly touch a triangle of no area or a single-normal face
-// that turns away from its normal: the format orients a triangle by the sign
-// of its normal against its winding, which such triangles cannot carry.
+// same-direction edges come from rectangles covered twice (the four triangles
+// on their four corners, each corner with one normal), so they are firm: the
+// data winds them all one way.
 TEST(CompressedTessCorpus, BuildingModel) {
-    checkFile({"e692ed6bcd41.prc", 348, 0, 39087, 5199, 16, {}, {}});
+    checkFile({"e692ed6bcd41.prc", 348, 0, 39087, 5199, 16, 16, {}, {}});
 }
 
 // Mechanical assemblies of one CAD tool, mostly closed solids, with many
 // points quantised exactly onto the line of their edge: the fallback frames
 // and the orientations of the zero-area triangles around them hang on
 // rounding, so these records hold the last bit of every such computation (the
-// ones read by the second run need its normalised fallback axis). Nearly all
-// their same-direction edges touch a triangle thinner than two quantisation
-// steps, whose winding the normals cannot carry. Record 10/38 ends its first
-// run without an error but with data left over, and a first run that ends is
-// taken as it is; the second run would read it exactly.
+// ones read by the second run need its normalised fallback axis). Every one of
+// their same-direction edges touches a triangle less than two quantisation
+// steps tall, folded by the quantisation (none is firm). Record 10/38 ends
+// its first run without an error but with data left over, and a first run
+// that ends is taken as it is; the second run would read it exactly.
 TEST(CompressedTessCorpus, AssemblyFrom2018) {
-    checkFile({"5aab25a32cdb.prc", 25, 1, 6918, 0, 21, {}, {}});
+    checkFile({"5aab25a32cdb.prc", 25, 1, 6918, 0, 21, 0, {}, {}});
 }
 
 TEST(CompressedTessCorpus, AssemblyA) {
-    checkFile({"913427806a00.prc", 208, 12, 206211, 15, 941, {}, {{10, 38}}});
+    checkFile({"913427806a00.prc", 208, 12, 206211, 15, 941, 0, {}, {{10, 38}}});
 }
 
 TEST(CompressedTessCorpus, AssemblyB) {
-    checkFile({"e0a25db6ad57.prc", 154, 2, 121162, 492, 534, {}, {}});
+    checkFile({"e0a25db6ad57.prc", 154, 2, 121162, 492, 534, 0, {}, {}});
 }
 
 }  // namespace
