@@ -365,7 +365,7 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
         const Corner a[3] = {x2.index < x0.index ? x2 : x0, x2.index < x0.index ? x0 : x2, x1};
         OpenEdge waiting;
         edgeFrames(b, key_b, a, key_a, waiting, next);
-        open_edges_.push_back(waiting);
+        open_edges_.push(waiting);
         have_next = true;
     } else if (open_b) {
         next = x2.index < x1.index ? edgeFrame(x2, x1, x0, key_b) : edgeFrame(x1, x2, x0, key_b);
@@ -382,14 +382,14 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
 
     if (!have_next) {
         while (!open_edges_.empty()) {
-            const OpenEdge& top = open_edges_.back();
+            const OpenEdge& top = open_edges_.top();
             if (!closed_edges_.contains(edgeKey(top.a.index, top.b.index))) {
                 next = top;
                 have_next = true;
-                open_edges_.pop_back();
+                open_edges_.pop();
                 break;
             }
-            open_edges_.pop_back();
+            open_edges_.pop();
         }
         if (!have_next) {
             startChain();
@@ -432,8 +432,6 @@ CompressedTessResult CompressedTessBuilder::run() {
     normals_.prepareNormals(record_, point_count_, triangle_count_, normalize_fallback_axis_);
     result_.positions.assign(3 * static_cast<size_t>(point_count_), 0.0);
     result_.triangles.reserve(3 * static_cast<size_t>(decodableTriangles()));
-    // The open stack is usually shallow; it grows by at most two per triangle.
-    open_edges_.reserve(std::min<uint32_t>(triangle_count_, 256));
 
     decodeFirstTriangle();
     // The first triangle's three reference bits are implied (all new points).
