@@ -51,7 +51,6 @@ struct OpenEdge {
 class OpenEdgeStack {
 public:
     bool empty() const { return size_ == 0; }
-    size_t size() const { return size_; }
     const OpenEdge& top() const { return blocks_[(size_ - 1) / kBlock][(size_ - 1) % kBlock]; }
     void pop() { --size_; }
     void push(const OpenEdge& e) {
@@ -114,7 +113,6 @@ public:
     const Corner (&current() const)[3] { return c_; }
     int currentOrientation() const { return current_orientation_; }
     void setCurrentOrientation(int o) { current_orientation_ = o; }
-    const OpenEdgeStack& openEdges() const { return open_edges_; }
     const EdgeKeySet& closedEdges() const { return closed_edges_; }
     const std::vector<int64_t>& tieKeys() const { return tie_keys_; }
     std::vector<int64_t>& tieKeys() { return tie_keys_; }

@@ -77,7 +77,7 @@ namespace lengths {
 // 2^31 - 2^23 such floats): it settles on the root or a neighbour of it
 // whichever way it comes, and from the root one step lands where it settles.
 // The square root is correctly rounded on every target (IEEE), so a length
-// costs one square root and one division, without a branch on the data.
+// costs one square root and one division.
 //
 // The other values never reach a root: a negative q (or -0, +0) gives a guess
 // that is not positive, which counts as no length (0); +inf and NaN run into

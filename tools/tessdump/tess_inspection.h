@@ -39,31 +39,24 @@ constexpr double kFirmHeight = 2.0;
 // The height of triangle t over its longest edge, in units of step.
 inline double heightInSteps(const std::vector<double>& positions, const std::vector<uint32_t>& triangles, size_t t,
                             double step) {
-    double p[3][3];
+    prc::Vec3 p[3];
     for (int k = 0; k < 3; ++k) {
-        for (int i = 0; i < 3; ++i) {
-            p[k][i] = positions[3 * size_t(triangles[3 * t + k]) + i];
-        }
+        const double* xyz = &positions[3 * size_t(triangles[3 * t + k])];
+        p[k] = {xyz[0], xyz[1], xyz[2]};
     }
-    double e[3][3], longest = 0.0;
+    double longest = 0.0;
     for (int k = 0; k < 3; ++k) {
-        double len = 0.0;
-        for (int i = 0; i < 3; ++i) {
-            e[k][i] = p[(k + 1) % 3][i] - p[k][i];
-            len += e[k][i] * e[k][i];
-        }
-        longest = std::max(longest, len);
+        const prc::Vec3 e = prc::sub(p[(k + 1) % 3], p[k]);
+        longest = std::max(longest, prc::dot(e, e));
     }
-    const double n[3] = {e[0][1] * e[1][2] - e[0][2] * e[1][1], e[0][2] * e[1][0] - e[0][0] * e[1][2],
-                         e[0][0] * e[1][1] - e[0][1] * e[1][0]};
-    const double twice_area = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-    return longest > 0.0 ? twice_area / std::sqrt(longest) / step : 0.0;
+    const prc::Vec3 n = prc::cross(prc::sub(p[1], p[0]), prc::sub(p[2], p[0]));
+    return longest > 0.0 ? std::sqrt(prc::dot(n, n)) / std::sqrt(longest) / step : 0.0;
 }
 
-// positions and step may be left out (empty, 0): every same-direction edge
-// then counts as firm.
-inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles, const std::vector<double>& positions = {},
-                           double step = 0.0) {
+// positions are those the triangles index (a decoding run's result) and step
+// the record's tolerance.
+inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles, const std::vector<double>& positions,
+                           double step) {
     struct Directed {
         uint64_t key;
         uint32_t triangle;
@@ -83,13 +76,11 @@ inline EdgeStats edgeStats(const std::vector<uint32_t>& triangles, const std::ve
         }
     }
     std::sort(directed.begin(), directed.end());
-    const bool heights = step > 0.0 && !triangles.empty() &&
-                         positions.size() >= 3 * size_t(1 + *std::max_element(triangles.begin(), triangles.end()));
     for (size_t i = 0; i < directed.size();) {
         size_t j = i;
         bool firm = true;
         while (j < directed.size() && directed[j].key == directed[i].key) {
-            if (heights && heightInSteps(positions, triangles, directed[j].triangle, step) < kFirmHeight) {
+            if (heightInSteps(positions, triangles, directed[j].triangle, step) < kFirmHeight) {
                 firm = false;
             }
             ++j;
