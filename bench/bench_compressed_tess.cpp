@@ -24,7 +24,8 @@ std::vector<prc::PRC3DTessCompressed> loadRecords(const char* name) {
     }
     const prc::PRCHeader header = prc::readPRCHeader(bytes.data(), bytes.size());
     for (const prc::FileStructureDescriptor& fs : header.file_structures) {
-        std::vector<prc::PRC3DTessCompressed> records = tessdump::readCompressedRecords(bytes.data(), bytes.size(), fs, nullptr);
+        std::vector<prc::PRC3DTessCompressed> records;
+        tessdump::readTessellations(bytes.data(), bytes.size(), fs, nullptr, &records, nullptr);
         for (prc::PRC3DTessCompressed& r : records) {
             all.push_back(std::move(r));
         }

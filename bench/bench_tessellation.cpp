@@ -27,6 +27,7 @@ Tess3DFields gridTess(uint32_t side, double phase) {
     fields.normal_coordinates = {0, 0, 1};
     TessFaceFields face;
     face.used_entities_flag = 0x0008;
+    face.sizes_triangulated.push_back(side - 1);  // the number of strips, then each one's vertices
     for (uint32_t y = 0; y + 1 < side; ++y) {
         for (uint32_t x = 0; x < side; ++x)
             for (uint32_t row : {y, y + 1}) {

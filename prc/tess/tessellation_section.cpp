@@ -69,7 +69,7 @@ PRCTessFace readTessFace(PRCBitReader& r) {
     r.readUnsignedInteger();
     skipUnsignedIntegers(r);
     face.used_entities_flag = r.readUnsignedInteger();
-    r.readUnsignedInteger();
+    face.start_triangulated = r.readUnsignedInteger();
     const uint32_t sizes = r.readUnsignedInteger();
     face.sizes_triangulated = readUnsignedIntegers(r, sizes);
     r.readUnsignedInteger();
@@ -78,11 +78,12 @@ PRCTessFace readTessFace(PRCBitReader& r) {
         face.is_rgba = r.readBoolean();
         if (r.readBoolean())
             throw std::runtime_error("readTessFace: unhandled b_optimised color (not described in the spec, no reference)");
-        // Without fans and strips every group size counts triangles, each of
-        // three coloured corners; fans and strips colour each group vertex once.
-        const bool triangles_only = (face.used_entities_flag & 0xCCCC) == 0;
+        // One colour entry per group vertex; the counts of groups are not vertices.
         uint64_t entries = 0;
-        for (uint32_t s : face.sizes_triangulated) entries += triangles_only ? 3 * uint64_t(s) : uint64_t(s);
+        forEachFaceGroup(face, [&](GroupKind, uint64_t vertices) {
+            entries += vertices;
+            return true;
+        });
         face.rgba_vertices = r.readVertexColors(colorEntryCount(entries), face.is_rgba ? 4 : 3);
     }
     if (a != 0) r.readUnsignedInteger();

@@ -47,7 +47,7 @@ void writeTessFace(PRCBitWriter& w, const TessFaceFields& face) {
     w.writeUnsignedInteger(0);
     writeList(w, face.skipped_values);
     w.writeUnsignedInteger(face.used_entities_flag);
-    w.writeUnsignedInteger(0);  // start in the index list, unused
+    w.writeUnsignedInteger(face.start_triangulated);
     writeList(w, face.sizes_triangulated);
     w.writeUnsignedInteger(0);
     w.writeBit(face.has_vertex_colors);

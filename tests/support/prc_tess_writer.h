@@ -19,6 +19,7 @@ struct TessFaceFields {
     std::vector<uint32_t> sizes_triangulated;
     bool has_vertex_colors = false, is_rgba = false, b_optimised = false;
     std::vector<uint8_t> rgba_vertices;  // 3 or 4 bytes per entry
+    uint32_t start_triangulated = 0;
 };
 
 struct Tess3DFields {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <set>
@@ -44,8 +45,8 @@ void checkFile(const CorpusFile& file) {
     uint64_t records = 0, second = 0, triangles = 0, boundary = 0, same_direction = 0, firm = 0;
     for (uint32_t f = 0; f < header.file_structures.size(); ++f) {
         std::string error;
-        const std::vector<PRC3DTessCompressed> list =
-            tessdump::readCompressedRecords(bytes.data(), bytes.size(), header.file_structures[f], &error);
+        std::vector<PRC3DTessCompressed> list;
+        tessdump::readTessellations(bytes.data(), bytes.size(), header.file_structures[f], nullptr, &list, &error);
         EXPECT_TRUE(error.empty()) << "file structure " << f << ": " << error;
         for (uint32_t i = 0; i < list.size(); ++i) {
             SCOPED_TRACE(::testing::Message() << "file structure " << f << " record " << i);
@@ -106,6 +107,37 @@ TEST(CompressedTessCorpus, AssemblyA) {
 
 TEST(CompressedTessCorpus, AssemblyB) {
     checkFile({"e0a25db6ad57.prc", 154, 2, 121162, 492, 534, 0, {}, {}});
+}
+
+// Plain tessellations of every real file: each face's groups, read from the
+// face's own start, use every index value exactly once. The family-G part
+// stores its faces out of order as triangle strips; read right, it is a
+// closed housing, every triangle wound the way its vertex normals point.
+TEST(PlainTessCorpus, FacesUseEveryIndexOnceAndStripsCloseTheSolid) {
+    uint64_t files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(MESHDRONE_TEST_DATA)) {
+        if (entry.path().extension() != ".prc") continue;
+        const std::string name = entry.path().filename().string();
+        SCOPED_TRACE(name);
+        const std::vector<uint8_t> bytes = readFile(entry.path().string());
+        const PRCHeader header = readPRCHeader(bytes.data(), bytes.size());
+        for (const FileStructureDescriptor& fs : header.file_structures) {
+            std::vector<PRC3DTess> plain;
+            tessdump::readTessellations(bytes.data(), bytes.size(), fs, &plain, nullptr, nullptr);
+            for (const PRC3DTess& tess : plain) {
+                const tessdump::PlainReport report = tessdump::inspectPlain(tess);
+                EXPECT_EQ(report.used_once, report.index_values);
+                EXPECT_FALSE(report.ran_out);
+                if (name != "9599d6adf591.prc") continue;
+                ++files;
+                EXPECT_EQ(report.triangles, 13446u);
+                EXPECT_EQ(report.edges.boundary_edges, 0u);
+                EXPECT_EQ(report.edges.same_direction_edges, 0u);
+                EXPECT_EQ(report.against_normals, 0u);
+            }
+        }
+    }
+    EXPECT_EQ(files, 1u);
 }
 
 }  // namespace

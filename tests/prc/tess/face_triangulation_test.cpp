@@ -17,9 +17,10 @@ PRC3DTess tessWith(size_t positions, size_t vertices = 10, bool must_recalculate
     return tess;
 }
 
-PRCTessFace face(uint32_t flags, std::vector<uint32_t> sizes, Bytes colours = {}) {
+PRCTessFace face(uint32_t flags, std::vector<uint32_t> sizes, uint32_t start = 0, Bytes colours = {}) {
     PRCTessFace f;
     f.used_entities_flag = flags;
+    f.start_triangulated = start;
     f.sizes_triangulated = std::move(sizes);
     f.has_vertex_colors = !colours.empty();
     f.rgba_vertices = std::move(colours);
@@ -42,7 +43,7 @@ TEST(AppendFaceTriangles, WithoutFacesGivesPointsAndDefaultColours) {
     EXPECT_EQ(triangulate(tess, rgb).colors, (Bytes{1, 2, 3, 1, 2, 3, 255}));
 }
 
-TEST(AppendFaceTriangles, GroupsStridesAndFaceOrder) {
+TEST(AppendFaceTriangles, GroupsStridesAndFaceStarts) {
     struct Case {
         const char* what;
         std::vector<PRCTessFace> faces;
@@ -50,16 +51,20 @@ TEST(AppendFaceTriangles, GroupsStridesAndFaceOrder) {
         bool recalculate = true;
     };
     const Case cases[] = {
-        {"fan", {face(0x0004, {5})}, {0, 1, 2, 0, 2, 3, 0, 3, 4}},
-        {"strip", {face(0x0008, {5})}, {0, 1, 2, 1, 2, 3, 2, 3, 4}},
-        {"groups of two or fewer take their place", {face(0x0008, {2, 4})}, {2, 3, 4, 3, 4, 5}},
-        {"empty groups", {face(0x0008, {0, 1, 3})}, {1, 2, 3}},
-        {"triangle bits win: sizes count triangles", {face(0x000E, {2})}, {0, 1, 2, 3, 4, 5}},
-        {"faces follow one another", {face(0x0002, {1}), face(0x0002, {2})}, {0, 1, 2, 3, 4, 5, 6, 7, 8}},
+        {"fan", {face(0x0004, {1, 5})}, {0, 1, 2, 0, 2, 3, 0, 3, 4}},
+        {"strip: every other triangle turned back", {face(0x0008, {1, 5})}, {0, 1, 2, 2, 1, 3, 2, 3, 4}},
+        {"groups of two or fewer take their place", {face(0x0008, {2, 2, 4})}, {2, 3, 4, 4, 3, 5}},
+        {"empty groups", {face(0x0008, {3, 0, 1, 3})}, {1, 2, 3}},
+        {"triangles, then fans, then strips", {face(0x000E, {1, 1, 3, 1, 4})}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 7, 9}},
+        {"a group count past the list reads what is there", {face(0x0004, {9, 3})}, {0, 1, 2}},
+        {"faces at their own start, in any order", {face(0x0002, {1}, 6), face(0x0002, {1}, 0)}, {6, 7, 8, 0, 1, 2}},
         // Stride 2 (normal, point): positions 1, 3, 5; with textures stride 3.
         {"normals", {face(0x0002, {1})}, {1, 3, 5}, false},
-        {"normals and textures", {face(0x0202, {1})}, {2, 5, 8}, false},
+        {"normals and textures", {face(0x0202, {1}, 1)}, {3, 6, 9}, false},
         {"textures", {face(0x0202, {1})}, {1, 3, 5}},
+        {"one-normal variants, polyfaces and nothing are not drawn",
+         {face(0x0020, {1}), face(0x0001, {1}), face(0x0000, {1}), face(0x2002, {1}), face(0x10000, {1}), face(0x0008, {1, 3}, 4)},
+         {4, 5, 6}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -67,46 +72,46 @@ TEST(AppendFaceTriangles, GroupsStridesAndFaceOrder) {
         tess.faces = c.faces;
         EXPECT_EQ(triangulate(tess).triangles, c.triangles);
     }
-    // Faces that are not drawn still advance by stride x sizes; an empty face does not move.
-    for (uint32_t skipped_flags : {0x0020u, 0x0001u, 0x0000u, 0x2002u, 0x10000u}) {
-        PRC3DTess t = tessWith(10, 10, false);
-        t.faces = {face(skipped_flags, {1, 1}), face(0x0002, {}), face(0x0008, {3})};
-        EXPECT_EQ(triangulate(t).triangles, (Triangles{5, 7, 9})) << skipped_flags;
-    }
 }
 
-TEST(AppendFaceTriangles, ShortIndexListsAndHugeSizesKeepWhatCameBefore) {
+TEST(AppendFaceTriangles, AFaceThatRunsOutEndsAloneKeepingItsWholeTriangles) {
     PRC3DTess tess = tessWith(8);
-    tess.faces = {face(0x0002, {2}), face(0x0004, {4}, Bytes(12, 9))};  // needs 6 + 4 positions
+    // Needs 6 + 4 positions; a start past the end draws nothing; the face after them still draws.
+    tess.faces = {face(0x0002, {2}), face(0x0004, {1, 4}, 6, Bytes(12, 9)), face(0x0002, {1}, 100), face(0x0002, {1}, 1)};
     FaceTriangulationReport report;
     TessMesh mesh = triangulate(tess, nullptr, &report);
-    EXPECT_EQ(mesh.triangles, (Triangles{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(mesh.triangles, (Triangles{0, 1, 2, 3, 4, 5, 1, 2, 3}));
     EXPECT_TRUE(report.stopped);
     EXPECT_EQ(mesh.colors, Bytes(30, 255));  // the failing triangle wrote no colour
+    tess.faces.resize(2);
     tess.triangulated_indices.insert(tess.triangulated_indices.end(), {24, 27});
     EXPECT_EQ(triangulate(tess, nullptr, &report).triangles.size(), 12u);
     EXPECT_FALSE(report.stopped);
 
+    // Huge sizes, and faces that reuse the same indices without end, are cut
+    // at one triangle per index value.
     tess = tessWith(9);
-    tess.faces = {face(0x0002, {0xFFFFFFFF}), face(0x0004, {0xFFFFFFFF}), face(0x0002, {1})};
-    EXPECT_EQ(triangulate(tess, nullptr, &report).triangles.size(), 9u);
-    EXPECT_TRUE(report.stopped);
-    tess.faces = {face(0x0020, {0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}), face(0x0002, {1})};
-    EXPECT_TRUE(triangulate(tess, nullptr, &report).triangles.empty());
+    for (const PRCTessFace& huge : {face(0x0002, {0xFFFFFFFF}), face(0x0004, {1, 0xFFFFFFFF})}) {
+        tess.faces = {huge};
+        EXPECT_EQ(triangulate(tess, nullptr, &report).triangles.size(), huge.used_entities_flag == 2 ? 9u : 21u);
+        EXPECT_TRUE(report.stopped);
+    }
+    tess.faces.assign(20, face(0x0002, {3}));
+    EXPECT_EQ(triangulate(tess, nullptr, &report).triangles.size(), 3u * 9);
     EXPECT_TRUE(report.stopped);
 }
 
 TEST(AppendFaceTriangles, VertexColoursComeFromTheirEntries) {
     // A strip of four: one entry per vertex, four bytes each.
     PRC3DTess tess = tessWith(4, 4);
-    tess.faces = {face(0x0008, {4}, {10, 11, 12, 99, 20, 21, 22, 99, 30, 31, 32, 99, 40, 41, 42, 99})};
+    tess.faces = {face(0x0008, {1, 4}, 0, {10, 11, 12, 99, 20, 21, 22, 99, 30, 31, 32, 99, 40, 41, 42, 99})};
     tess.faces[0].is_rgba = true;
     EXPECT_EQ(triangulate(tess).colors, (Bytes{10, 11, 12, 20, 21, 22, 30, 31, 32, 40, 41, 42}));
 
     // Triangles colour each corner: a vertex shared by corners keeps the last.
     PRC3DTess shared = tessWith(0, 3);
     shared.triangulated_indices = {0, 3, 6, 6, 3, 0};
-    shared.faces = {face(0x0002, {2}, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6})};
+    shared.faces = {face(0x0002, {2}, 0, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6})};
     EXPECT_EQ(triangulate(shared).colors, (Bytes{6, 6, 6, 5, 5, 5, 4, 4, 4}));
     // Entries missing from the colour list leave the vertex as it was.
     shared.faces[0].rgba_vertices.resize(3 * 4 + 2);
@@ -129,7 +134,7 @@ TEST(AppendFaceTriangles, FaceColourComesFromTheFirstLineAttribute) {
     EXPECT_EQ(triangulate(tess, rgb, nullptr, globals).colors, (Bytes{7, 8, 9, 7, 8, 9, 7, 8, 9, 7, 8, 9}));
     EXPECT_EQ(triangulate(tess, nullptr, nullptr, globals).colors, Bytes(12, 255));
     // Faces with colours of their own ignore the style.
-    tess.faces[0] = face(0x0002, {1}, {1, 1, 1, 2, 2, 2, 3, 3, 3});
+    tess.faces[0] = face(0x0002, {1}, 0, {1, 1, 1, 2, 2, 2, 3, 3, 3});
     tess.faces[0].line_attributes = {0};
     EXPECT_EQ(triangulate(tess, rgb, nullptr, globals).colors, (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 7, 8, 9}));
 }
@@ -139,7 +144,7 @@ TEST(AppendFaceTriangles, FaceColourComesFromTheFirstLineAttribute) {
 TEST(AppendFaceTriangles, TrianglesNamingAVertexBeyondThePieceAreDropped) {
     PRC3DTess tess = tessWith(0, 3);
     tess.triangulated_indices = {0, 3, 30, 3, 6, 0, 0, 3, 6};
-    tess.faces = {face(0x0002, {1}, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6, 7, 7, 7, 8, 8, 8, 9, 9, 9})};
+    tess.faces = {face(0x0002, {1}, 0, {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6, 7, 7, 7, 8, 8, 8, 9, 9, 9})};
     FaceTriangulationReport report;
     TessMesh mesh = triangulate(tess, nullptr, &report);
     EXPECT_TRUE(mesh.triangles.empty());

@@ -84,7 +84,7 @@ TEST(HostileCounts, PlainWireAndMarkupListsFailFast) {
         {"sizes_triangulated", {kTessFace, 0, 0, 0, 0, 0}, face},
         // One size of four billion: a fan of that many vertices, or triangles
         // whose corner count passes 32 bits, each then coloured.
-        {"fan colours", {kTessFace, 0, 0, 0, 0x0004, 0, 1}, face},
+        {"fan colours", {kTessFace, 0, 0, 0, 0x0004, 0, 2, 1}, face},
         {"triangle colours", {kTessFace, 0, 0, 0, 0x0002, 0, 1}, face},
         {"wire coordinates", {k3DWireTess, bit}, wire},
         {"wire_indexes", {k3DWireTess, bit, 0}, wire},

@@ -50,7 +50,7 @@ Tess3DFields richTess() {
     face.skipped_values = {1, 2, 1000};
     face.has_vertex_colors = face.is_rgba = true;
     face.rgba_vertices = {1, 2, 3, 4, 1, 2, 3, 4, 9, 8, 7, 6, 9, 8, 7, 6, 5, 5, 5, 5, 0, 0, 0, 255};
-    fields.faces.push_back({{}, {}, 0x0004, {3}, false, false, false, {}});
+    fields.faces.push_back({{}, {}, 0x0004, {1, 3}, false, false, false, {}, 9});
     return fields;
 }
 
@@ -65,7 +65,8 @@ TEST(ReadPRC3DTess, ReadsEveryFieldAndHonoursTheVersionThresholds) {
     EXPECT_EQ(tess.faces[0].line_attributes, (std::vector<uint32_t>{2, 0xFFFFFFFF}));  // stored index + 1
     EXPECT_EQ(tess.faces[0].rgba_vertices, fields.faces[0].rgba_vertices);
     EXPECT_EQ(tess.faces[1].used_entities_flag, 0x0004u);
-    EXPECT_EQ(tess.faces[1].sizes_triangulated, (std::vector<uint32_t>{3}));
+    EXPECT_EQ(tess.faces[1].sizes_triangulated, (std::vector<uint32_t>{1, 3}));
+    EXPECT_EQ(tess.faces[1].start_triangulated, 9u);
 
     // Up to 7038 no optional Boolean, to 7046 one ignored; from 7047 (and for
     // the unknown version, the top bit set) the normals flag with its angle.
@@ -86,11 +87,12 @@ TEST(ReadTessFace, ColourCountFollowsTheGroups) {
         size_t entries;
     };
     const Case cases[] = {
-        {0x0002, {2}, false, 6},     // triangles: three corners each
-        {0x0004, {5, 4}, false, 9},  // fans: each vertex once
-        {0x0008, {5, 4}, true, 9},   // strips, four bytes per entry
-        {0x2000, {1, 1}, false, 6},  // a textured one-normal triangle variant
-        {0x0006, {2}, false, 2},     // triangles and fans together: fans decide
+        {0x0002, {2}, false, 6},              // triangles: three corners each
+        {0x0004, {2, 5, 4}, false, 9},        // fans: each vertex once, the count of groups is none
+        {0x0008, {2, 5, 4}, true, 9},         // strips, four bytes per entry
+        {0x2000, {2}, false, 6},              // a textured one-normal triangle variant
+        {0x000E, {2, 1, 4, 2, 3, 5}, false, 18},  // triangles, then fans, then strips
+        {0x0008, {3, 4}, false, 4},           // a group count past the list
         {0x0002, {}, false, 0},
     };
     for (const Case& c : cases) {
