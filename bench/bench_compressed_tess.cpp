@@ -1,6 +1,5 @@
 // Rebuilding highly compressed tessellations: every record of the real
-// files, and large encoded meshes in both normal modes. Counters report
-// triangles per second.
+// files. Counters report triangles per second.
 
 #include <benchmark/benchmark.h>
 
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "prc/tess/compressed_tess_mesh.h"
-#include "tests/support/compressed_tess_encoder.h"
 #include "tools/tessdump/tess_inspection.h"
 
 namespace {
@@ -61,36 +59,5 @@ BENCHMARK_CAPTURE(BM_RealFile, building_e692ed6bcd41, "e692ed6bcd41.prc")->Arg(0
 BENCHMARK_CAPTURE(BM_RealFile, assembly_5aab25a32cdb, "5aab25a32cdb.prc")->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_RealFile, assembly_913427806a00, "913427806a00.prc")->Arg(2)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_RealFile, assembly_e0a25db6ad57, "e0a25db6ad57.prc")->Arg(3)->Unit(benchmark::kMillisecond);
-
-// A closed torus of about a million triangles, encoded once per mode.
-const prc::PRC3DTessCompressed& largeRecord(bool encoded_normals) {
-    static prc::PRC3DTessCompressed records[2];
-    static bool ready[2] = {false, false};
-    if (!ready[encoded_normals]) {
-        prc::test::EncoderMesh mesh = prc::test::makeTorusMesh(1000, 500, 10.0, 3.0);
-        prc::test::EncoderOptions options;
-        options.tolerance = 1e-4;
-        options.must_recalculate_normals = !encoded_normals;
-        if (encoded_normals) {
-            prc::test::setSmoothCornerNormals(mesh);
-            options.normal_angle_number_of_bits = 12;
-        }
-        records[encoded_normals] = prc::test::encodeCompressedTess(mesh, options).record;
-        ready[encoded_normals] = true;
-    }
-    return records[encoded_normals];
-}
-
-void BM_LargeTorus(benchmark::State& state) {
-    const prc::PRC3DTessCompressed& record = largeRecord(state.range(0) != 0);
-    uint64_t triangles = 0;
-    for (auto _ : state) {
-        const prc::CompressedTessResult res = prc::buildCompressedTessMesh(record);
-        triangles += res.triangles.size() / 3;
-        benchmark::DoNotOptimize(res.positions.data());
-    }
-    state.counters["triangles/s"] = benchmark::Counter(static_cast<double>(triangles), benchmark::Counter::kIsRate);
-}
-BENCHMARK(BM_LargeTorus)->ArgName("encoded_normals")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
