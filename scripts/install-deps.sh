@@ -4,9 +4,9 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev)
-# meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on); assimp reads
-# the exported files back in its tests.
-packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev assimp-utils)
+# meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on), its command
+# line; assimp reads the exported files back in its tests.
+packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev libcli11-dev assimp-utils)
 packages+=("$@")
 
 missing=()

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include <CLI/CLI.hpp>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -155,89 +157,77 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
         parsed.error = text;
         return parsed;
     };
-    bool onlyOperands = false;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        std::string arg = arguments[i];
-        if (onlyOperands || arg == "-" || arg.empty() || arg[0] != '-') {
-            if (!o.input.empty()) return error("one input file only (got '" + o.input + "' and '" + arg + "')");
-            o.input = arg;
-            continue;
+    // Values are taken as text and checked below, so that every bad value
+    // gets a message that says what the option wants.
+    CLI::App app(kProgram, kProgram);
+    app.set_help_flag();  // the help text is ours, printed by the caller
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    bool help = false, version = false;
+    std::vector<std::string> inputs;
+    std::string format, size, up, timeout, memory;
+    app.add_flag("-h,--help", help);
+    app.add_flag("--version", version);
+    app.add_flag("-q,--quiet", o.quiet);
+    app.add_flag("--info", o.info);
+    app.add_flag("--json", o.json);
+    app.add_option("-o,--output", o.output);
+    app.add_option("-f,--format", format);
+    app.add_option("--png", o.png);
+    app.add_option("--size", size);
+    app.add_option("--up", up);
+    app.add_option("--view", o.view);
+    app.add_option("--worker", o.worker);
+    app.add_option("--timeout", timeout);
+    app.add_option("--memory", memory);
+    app.add_option("input", inputs)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    try {
+        // CLI11 takes the arguments last to first.
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        app.parse(reversed);
+    } catch (const CLI::ExtrasError&) {
+        for (const std::string& arg : app.remaining()) {
+            if (arg.size() > 1 && arg[0] == '-') return error("unknown option '" + arg.substr(0, arg.find('=')) + "'");
         }
-        if (arg == "--") {
-            onlyOperands = true;
-            continue;
-        }
-        std::string value;
-        bool hasInlineValue = false;
-        if (arg.rfind("--", 0) == 0) {
-            const size_t equals = arg.find('=');
-            if (equals != std::string::npos) {
-                value = arg.substr(equals + 1);
-                arg = arg.substr(0, equals);
-                hasInlineValue = true;
-            }
-        }
-        const auto takeValue = [&](std::string* out) {
-            if (hasInlineValue) {
-                *out = value;
-                return true;
-            }
-            if (i + 1 >= arguments.size()) return false;
-            *out = arguments[++i];
-            return true;
-        };
-        const auto noValue = [&] { return !hasInlineValue; };
-        std::string v;
-        if (arg == "-h" || arg == "--help") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            parsed.action = ParsedCommandLine::Action::Help;
-            return parsed;
-        } else if (arg == "--version") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            parsed.action = ParsedCommandLine::Action::Version;
-            return parsed;
-        } else if (arg == "-q" || arg == "--quiet") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.quiet = true;
-        } else if (arg == "--info") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.info = true;
-        } else if (arg == "--json") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.json = true;
-        } else if (arg == "-o" || arg == "--output") {
-            if (!takeValue(&v) || v.empty()) return error("option " + arg + " needs a file name");
-            o.output = v;
-        } else if (arg == "-f" || arg == "--format") {
-            if (!takeValue(&v)) return error("option " + arg + " needs a format: glb, obj, ply or stl");
-            o.format = meshFormatFromName(v);
-            if (!o.format) return error("unknown format '" + v + "': use glb, obj, ply or stl");
-        } else if (arg == "--png") {
-            if (!takeValue(&v) || v.empty()) return error("option --png needs a file name");
-            o.png = v;
-        } else if (arg == "--size") {
-            if (!takeValue(&v) || !parseSize(v, &o.width, &o.height))
-                return error("option --size needs WIDTHxHEIGHT, each from 1 to 8192 (e.g. 800x600)");
-        } else if (arg == "--up") {
-            if (!takeValue(&v) || (v != "z" && v != "y")) return error("option --up needs z or y");
-            o.up = v == "z" ? UpAxis::Z : UpAxis::Y;
-        } else if (arg == "--worker") {
-            if (!takeValue(&v) || v.empty()) return error("option --worker needs the worker's path");
-            o.worker = v;
-        } else if (arg == "--timeout") {
-            if (!takeValue(&v) || !parseSeconds(v, &o.limits.timeout_seconds))
-                return error("option --timeout needs seconds from 0 (no limit) to 86400");
-        } else if (arg == "--memory") {
-            uint64_t mb = 0;
-            // Up to 1 TiB; the limit is on address space, not on what is used.
-            if (!takeValue(&v) || !parseUnsigned(v, uint64_t{1} << 20, &mb))
-                return error("option --memory needs megabytes from 0 (no limit) to 1048576");
-            o.limits.memory_mb = mb;
-        } else {
-            return error("unknown option '" + arg + "'");
-        }
+        return error("unexpected arguments");
+    } catch (const CLI::ArgumentMismatch& e) {
+        const std::string text = e.what();  // "--output: 1 required TEXT missing"
+        return error("option " + text.substr(0, text.find(':')) + " needs a value");
+    } catch (const CLI::ParseError& e) {
+        return error(e.what());
     }
-    if (o.input.empty()) return error("no input file given");
+    if (help) {
+        parsed.action = ParsedCommandLine::Action::Help;
+        return parsed;
+    }
+    if (version) {
+        parsed.action = ParsedCommandLine::Action::Version;
+        return parsed;
+    }
+    const auto given = [&](const char* name) { return app.get_option(name)->count() > 0; };
+    if (given("--output") && o.output.empty()) return error("option --output needs a file name");
+    if (given("--format")) {
+        o.format = meshFormatFromName(format);
+        if (!o.format) return error("unknown format '" + format + "': use glb, obj, ply or stl");
+    }
+    if (given("--png") && o.png.empty()) return error("option --png needs a file name");
+    if (given("--size") && !parseSize(size, &o.width, &o.height))
+        return error("option --size needs WIDTHxHEIGHT, each from 1 to 8192 (e.g. 800x600)");
+    if (given("--up")) {
+        if (up != "z" && up != "y") return error("option --up needs z or y");
+        o.up = up == "z" ? UpAxis::Z : UpAxis::Y;
+    }
+    if (given("--view") && o.view.empty()) return error("option --view needs a view's name, its number or iso");
+    if (given("--worker") && o.worker.empty()) return error("option --worker needs the worker's path");
+    if (given("--timeout") && !parseSeconds(timeout, &o.limits.timeout_seconds))
+        return error("option --timeout needs seconds from 0 (no limit) to 86400");
+    uint64_t mb = 0;
+    // Up to 1 TiB; the limit is on address space, not on what is used.
+    if (given("--memory") && !parseUnsigned(memory, uint64_t{1} << 20, &mb))
+        return error("option --memory needs megabytes from 0 (no limit) to 1048576");
+    if (given("--memory")) o.limits.memory_mb = mb;
+    if (inputs.size() > 1) return error("one input file only (got '" + inputs[0] + "' and '" + inputs[1] + "')");
+    if (inputs.empty()) return error("no input file given");
+    o.input = inputs[0];
     if (o.json && !o.info) return error("--json goes with --info");
     return parsed;
 }

@@ -30,6 +30,7 @@ struct Options {
     bool info = false;
     bool json = false;
     bool quiet = false;
+    std::string view;    // --view: a view's name, its number from 1, or "iso"; empty: the default view
     std::string worker;  // empty: found beside the executable or on PATH
     WorkerLimits limits;
 };
