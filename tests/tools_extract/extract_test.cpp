@@ -190,9 +190,9 @@ std::pair<int, std::string> shell(const std::string& command) {
 void checkGltf(const std::string& path) {
     const auto [assimp, said] = shell("assimp info '" + path + "'");
     EXPECT_EQ(assimp, 0) << said;
-    const char* home = std::getenv("HOME");
-    const std::string modules = std::getenv("MESHDRONE_NODE_MODULES") ? std::getenv("MESHDRONE_NODE_MODULES")
-                                : home ? std::string(home) + "/.cache/meshdrone/node/node_modules" : "";
+    const char *home = std::getenv("HOME"), *dir = std::getenv("MESHDRONE_NODE_DIR");
+    const std::string modules = (dir ? std::string(dir) : std::string(home ? home : "/nonexistent") + "/.cache/meshdrone/node") +
+                                "/node_modules";
     if (!fs::exists(modules + "/gltf-validator/package.json")) {
         std::fprintf(stderr, "gltf-validator is not installed: %s checked by assimp only\n", path.c_str());
         return;
