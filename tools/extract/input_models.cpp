@@ -60,16 +60,17 @@ std::string objectName(QPDFObjectHandle& object) {
 
 // Collects stream data up to a size limit; a larger stream stops the decoding
 // instead of growing without bound (a small compressed stream can inflate to
-// gigabytes).
+// gigabytes). What fits is kept, so a small limit reads a stream's first bytes.
 class LimitedCollector : public Pipeline {
 public:
     LimitedCollector(std::vector<uint8_t>& out, uint64_t limit) : Pipeline("3D stream", nullptr), out_(out), limit_(limit) {}
     void write(unsigned char const* data, size_t length) override {
-        if (out_.size() + length > limit_) {
+        const size_t room = static_cast<size_t>(limit_ - std::min<uint64_t>(limit_, out_.size()));
+        out_.insert(out_.end(), data, data + std::min(length, room));
+        if (length > room) {
             too_large_ = true;
             throw std::runtime_error("3D stream larger than the limit");
         }
-        out_.insert(out_.end(), data, data + length);
     }
     void finish() override {}
     bool tooLarge() const { return too_large_; }
@@ -143,6 +144,19 @@ void readModelStream(QPDFObjectHandle stream, const std::string& what, ModelSour
                         (model.declared_subtype.empty() ? "" : " although its /Subtype is /" + model.declared_subtype);
     }
     if (model.kind != StreamKind::Prc) model.bytes.clear();
+}
+
+// Whether a stream's data starts as PRC data does, read no further: files
+// of any size and kind (videos, scripts, documents) are only looked at.
+bool startsAsPrc(QPDFObjectHandle stream) {
+    std::vector<uint8_t> head;
+    LimitedCollector collector(head, 3);
+    try {
+        stream.pipeStreamData(&collector, nullptr, 0, qpdf_dl_all, true, false);
+    } catch (std::exception&) {
+        // Stopped at the limit, or data that cannot be decoded: what came is what counts.
+    }
+    return startsWith(head, "PRC");
 }
 
 // A 3D view dictionary; nothing for one whose camera is not a plain
@@ -430,8 +444,8 @@ private:
                                         ? "the asset '" + place.file_name + "' has no embedded file (/EF /F)"
                                         : "the 3D instance has no asset";
                 } else {
+                    if (!declared3d && !startsAsPrc(stream)) continue;
                     readModelStream(stream, what, model);
-                    if (!declared3d && model.kind != StreamKind::Prc) continue;
                     const std::vector<QPDFObjGen> listed = readViews(key(content, "/Views"), model);
                     QPDFObjectHandle view = key(activation, "/View");
                     if (started && view.isDictionary()) model.default_view = viewIndex(view, listed, model);
@@ -451,10 +465,10 @@ private:
         QPDFObjectHandle stream = embeddedFile(fileSpec);
         if (!stream.isStream()) return false;
         if (known(stream, place)) return true;
+        if (!startsAsPrc(stream)) return false;
         ModelSource model;
         model.places.push_back(place);
         readModelStream(stream, "the embedded file '" + place.file_name + "'", model);
-        if (model.kind != StreamKind::Prc) return false;
         add(std::move(model), stream);
         return true;
     }

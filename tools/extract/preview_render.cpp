@@ -140,10 +140,13 @@ PreviewImage render(const ModelMesh& mesh, uint32_t width, uint32_t height, cons
         // Both sides are lit alike: the winding of PRC triangles is not reliable.
         const double shade = 0.35 + 0.65 * std::abs(dot(normal, light));
 
-        const int x0 = std::max(0, static_cast<int>(std::floor(std::min({a.x, b.x, c.x}))));
-        const int x1 = std::min(static_cast<int>(w) - 1, static_cast<int>(std::ceil(std::max({a.x, b.x, c.x}))));
-        const int y0 = std::max(0, static_cast<int>(std::floor(std::min({a.y, b.y, c.y}))));
-        const int y1 = std::min(static_cast<int>(h) - 1, static_cast<int>(std::ceil(std::max({a.y, b.y, c.y}))));
+        // A camera can throw a vertex far outside the picture: the bounds
+        // are clamped before they become integers.
+        const auto pixel = [](double value, uint32_t size) { return static_cast<int>(std::clamp(value, -1.0, double(size))); };
+        const int x0 = std::max(0, pixel(std::floor(std::min({a.x, b.x, c.x})), w));
+        const int x1 = std::min(static_cast<int>(w) - 1, pixel(std::ceil(std::max({a.x, b.x, c.x})), w));
+        const int y0 = std::max(0, pixel(std::floor(std::min({a.y, b.y, c.y})), h));
+        const int y1 = std::min(static_cast<int>(h) - 1, pixel(std::ceil(std::max({a.y, b.y, c.y})), h));
         const double inverseArea = 1.0 / area;
         for (int y = y0; y <= y1; ++y) {
             const double py = y + 0.5;
