@@ -7,7 +7,6 @@
 #include <qpdf/QPDFObjectHandle.hh>
 #include <qpdf/QPDFPageDocumentHelper.hh>
 #include <qpdf/QPDFPageObjectHelper.hh>
-#include <qpdf/QUtil.hh>
 
 #include <algorithm>
 #include <cerrno>
@@ -222,28 +221,32 @@ std::optional<View3d> readView(QPDFObjectHandle dictionary) {
     return view;
 }
 
-// Adds the views of a list (a 3D stream's /VA, a RichMedia content's
-// /Views) and returns, per view, the object it came from.
-std::vector<QPDFObjGen> readViews(QPDFObjectHandle list, ModelSource& model) {
-    std::vector<QPDFObjGen> objects;
-    if (!list.isArray()) return objects;
+// The entries of a view list (a 3D stream's /VA, a RichMedia content's
+// /Views): the object each came from and its index in the model's views,
+// -1 for one that gives no usable camera.
+struct ListedView {
+    QPDFObjGen object;
+    int index;
+};
+std::vector<ListedView> readViews(QPDFObjectHandle list, ModelSource& model) {
+    std::vector<ListedView> listed;
+    if (!list.isArray()) return listed;
     const int count = std::min(list.getArrayNItems(), kMaxViews);
     for (int i = 0; i < count; ++i) {
         QPDFObjectHandle item = list.getArrayItem(i);
-        if (std::optional<View3d> view = readView(item)) {
-            model.views.push_back(std::move(*view));
-            objects.push_back(item.getObjGen());
-        }
+        std::optional<View3d> view = readView(item);
+        listed.push_back({item.getObjGen(), view ? static_cast<int>(model.views.size()) : -1});
+        if (view) model.views.push_back(std::move(*view));
     }
-    return objects;
+    return listed;
 }
 
 // The index of a view given as a dictionary: the listed view that is the
 // same object, else the view added at the end.
-int viewIndex(QPDFObjectHandle dictionary, const std::vector<QPDFObjGen>& objects, ModelSource& model) {
+int viewIndex(QPDFObjectHandle dictionary, const std::vector<ListedView>& listed, ModelSource& model) {
     if (dictionary.isIndirect()) {
-        for (size_t i = 0; i < objects.size(); ++i) {
-            if (objects[i] == dictionary.getObjGen()) return static_cast<int>(i);
+        for (const ListedView& entry : listed) {
+            if (entry.object == dictionary.getObjGen()) return entry.index;
         }
     }
     std::optional<View3d> view = readView(dictionary);
@@ -252,19 +255,19 @@ int viewIndex(QPDFObjectHandle dictionary, const std::vector<QPDFObjGen>& object
     return static_cast<int>(model.views.size()) - 1;
 }
 
-// A view named by index, by /F or /L, or by internal name, as the default
-// view entries of an annotation and of a 3D stream name it.
-int viewByReference(QPDFObjectHandle reference, size_t listed, const ModelSource& model) {
+// A view named by its index in the list, by /F or /L, or by internal name,
+// as the default view entries of an annotation and of a 3D stream name it.
+int viewByReference(QPDFObjectHandle reference, const std::vector<ListedView>& listed, const ModelSource& model) {
     if (reference.isInteger()) {
         const long long index = reference.getIntValue();
-        return index >= 0 && static_cast<size_t>(index) < listed ? static_cast<int>(index) : -1;
+        return index >= 0 && static_cast<size_t>(index) < listed.size() ? listed[index].index : -1;
     }
-    if (isName(reference, "/F")) return listed > 0 ? 0 : -1;
-    if (isName(reference, "/L")) return listed > 0 ? static_cast<int>(listed) - 1 : -1;
+    if (isName(reference, "/F")) return listed.empty() ? -1 : listed.front().index;
+    if (isName(reference, "/L")) return listed.empty() ? -1 : listed.back().index;
     if (reference.isString()) {
         const std::string name = reference.getUTF8Value();
-        for (size_t i = 0; i < listed; ++i) {
-            if (model.views[i].internal_name == name) return static_cast<int>(i);
+        for (const ListedView& entry : listed) {
+            if (entry.index >= 0 && model.views[entry.index].internal_name == name) return entry.index;
         }
     }
     return -1;
@@ -344,7 +347,8 @@ public:
             place.kind = PlaceKind::EmbeddedFile;
             place.attachment = ++ordinal;
             place.file_name = fileNameOf(entry->second);
-            if (place.file_name.empty()) place.file_name = QUtil::utf16_to_utf8(entry->first);
+            // The key is a PDF text string, in either of its encodings.
+            if (place.file_name.empty()) place.file_name = QPDFObjectHandle::newString(entry->first).getUTF8Value();
             attachedFile(entry->second, place);
         }
     }
@@ -389,13 +393,13 @@ private:
         }
         readModelStream(data, "the 3D stream", model);
         QPDFObjectHandle dictionary = data.getDict();
-        const std::vector<QPDFObjGen> listed = readViews(key(dictionary, "/VA"), model);
+        const std::vector<ListedView> listed = readViews(key(dictionary, "/VA"), model);
         QPDFObjectHandle chosen = key(annotation, "/3DV");
         if (isName(chosen, "/D") || chosen.isNull()) chosen = key(dictionary, "/DV");
         model.default_view = chosen.isDictionary() ? viewIndex(chosen, listed, model)
-                                                   : viewByReference(chosen, listed.size(), model);
+                                                   : viewByReference(chosen, listed, model);
         // Without any default entry, the first listed view is the one shown.
-        if (model.default_view < 0 && chosen.isNull() && !listed.empty()) model.default_view = 0;
+        if (model.default_view < 0 && chosen.isNull() && !listed.empty()) model.default_view = listed.front().index;
         setTarget(annotation, model);
         add(std::move(model), data);
     }
@@ -446,10 +450,10 @@ private:
                 } else {
                     if (!declared3d && !startsAsPrc(stream)) continue;
                     readModelStream(stream, what, model);
-                    const std::vector<QPDFObjGen> listed = readViews(key(content, "/Views"), model);
+                    const std::vector<ListedView> listed = readViews(key(content, "/Views"), model);
                     QPDFObjectHandle view = key(activation, "/View");
                     if (started && view.isDictionary()) model.default_view = viewIndex(view, listed, model);
-                    if (model.default_view < 0 && !listed.empty()) model.default_view = 0;
+                    if (model.default_view < 0 && !listed.empty()) model.default_view = listed.front().index;
                     setTarget(annotation, model);
                 }
                 found = true;
