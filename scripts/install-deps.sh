@@ -4,10 +4,24 @@
 set -euo pipefail
 
 packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev)
-# meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on); assimp reads
-# the exported files back in its tests.
-packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev assimp-utils)
+# meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on), its command
+# line; assimp reads the exported files back in its tests.
+packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev libcli11-dev assimp-utils)
 packages+=("$@")
+
+# The Khronos glTF validator, which the extract tests run on every glTF file
+# they write: from npm into a folder of its own (the tests find it there, or
+# in MESHDRONE_NODE_DIR); where npm cannot install it they say so and skip it.
+validator_dir=${MESHDRONE_NODE_DIR:-${HOME:-/nonexistent}/.cache/meshdrone/node}
+validator_version=2.0.0-dev.3.10
+if ! grep -qs "\"version\": \"$validator_version\"" "$validator_dir/node_modules/gltf-validator/package.json"; then
+  if command -v npm >/dev/null && npm install --prefix "$validator_dir" --no-audit --no-fund --silent \
+       "gltf-validator@$validator_version" >/dev/null 2>&1; then
+    echo "installed gltf-validator $validator_version in $validator_dir"
+  else
+    echo "gltf-validator could not be installed with npm: glTF files are checked by assimp only"
+  fi
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -68,43 +68,52 @@ pid_t startTool(std::vector<std::string> args, const std::string& tmpdir, const 
     return pid;
 }
 
-// One 3D annotation of a PDF built for a test.
-struct Annotation3d {
-    Bytes data;
-    std::string subtype = "PRC";     // the stream's /Subtype; empty for none
-    bool through_reference = false;  // /3DD is a 3D reference dictionary
-    std::string filter = "";         // stored raw under this filter name (e.g. "FlateDecode" over junk)
-};
-// Pages of 3D annotations; every page also gets a link annotation first, so
-// that 3D annotations are not the only ones.
-void writePdf(const std::string& path, const std::vector<std::vector<Annotation3d>>& pages) {
+// A PDF built for a test from object texts: add() and stream() return
+// "n 0 R", which later texts use to refer to them.
+struct PdfBuilder {
     using Object = QPDFObjectHandle;
     QPDF pdf;
-    pdf.emptyPDF();
-    for (const std::vector<Annotation3d>& annotations : pages) {
-        Object page = pdf.makeIndirectObject(Object::parse("<< /Type /Page /MediaBox [0 0 612 792] /Resources << >> >>"));
-        Object list = Object::newArray();
-        list.appendItem(pdf.makeIndirectObject(Object::parse("<< /Type /Annot /Subtype /Link /Rect [0 0 10 10] >>")));
-        for (const Annotation3d& a : annotations) {
-            const std::string data(a.data.begin(), a.data.end());
-            Object stream = pdf.newStream(data);
-            stream.replaceDict(Object::parse("<< /Type /3D " + (a.subtype.empty() ? "" : "/Subtype /" + a.subtype) + " >>"));
-            if (!a.filter.empty()) stream.replaceStreamData(data, Object::newName("/" + a.filter), Object::newNull());
-            Object annotation = Object::parse("<< /Type /Annot /Subtype /3D /Rect [50 50 550 450] >>");
-            Object reference = Object::parse("<< /Type /3DRef >>");
-            reference.replaceKey("/3DD", stream);
-            annotation.replaceKey("/3DD", a.through_reference ? pdf.makeIndirectObject(reference) : stream);
-            list.appendItem(pdf.makeIndirectObject(annotation));
-        }
-        page.replaceKey("/Annots", list);
+    std::vector<Object> pages;
+    PdfBuilder() { pdf.emptyPDF(); }
+    static std::string ref(Object object) { return object.getObjGen().unparse(' ') + " R"; }
+    std::string add(const std::string& text) { return ref(pdf.makeIndirectObject(Object::parse(&pdf, text))); }
+    // A stream of these bytes, stored raw under the filter when one is named.
+    std::string stream(const Bytes& data, const std::string& dictionary = "<< >>", const std::string& filter = "") {
+        Object stream = pdf.newStream(std::string(data.begin(), data.end()));
+        stream.replaceDict(Object::parse(&pdf, dictionary));
+        if (!filter.empty())
+            stream.replaceStreamData(std::string(data.begin(), data.end()), Object::newName("/" + filter), Object::newNull());
+        return ref(stream);
+    }
+    std::string file(const std::string& name, const std::string& streamRef) {
+        return add("<< /Type /Filespec /F (" + name + ") /EF << /F " + streamRef + " >> >>");
+    }
+    // An object that refers to itself: text holds SELF where the reference goes.
+    std::string loop(std::string text) {
+        Object reserved = pdf.makeIndirectObject(Object::newNull());
+        for (size_t at; (at = text.find("SELF")) != std::string::npos;) text.replace(at, 4, ref(reserved));
+        pdf.replaceObject(reserved.getObjGen(), Object::parse(&pdf, text));
+        return ref(reserved);
+    }
+    // A page whose annotations come after a link annotation, so that ours are not the only ones.
+    void page(const std::vector<std::string>& annotations) {
+        std::string list = "[ << /Type /Annot /Subtype /Link /Rect [0 0 10 10] >> ";
+        for (const std::string& a : annotations) list += a + " ";
+        Object page = pdf.makeIndirectObject(Object::parse(&pdf, "<< /Type /Page /MediaBox [0 0 612 792] /Resources << >> /Annots " + list + "] >>"));
         QPDFPageDocumentHelper(pdf).addPage(QPDFPageObjectHelper(page), false);
     }
-    QPDFWriter writer(pdf, path.c_str());
-    // Raw data stays as it is given (junk under a filter included); the rest
-    // is compressed, as real PDFs store their 3D streams.
-    writer.setDecodeLevel(qpdf_dl_none);
-    writer.setStaticID(true);
-    writer.write();
+    void write(const std::string& path, const std::string& catalogNames = "") {
+        if (!catalogNames.empty()) pdf.getRoot().replaceKey("/Names", Object::parse(&pdf, catalogNames));
+        QPDFWriter writer(pdf, path.c_str());
+        // Raw data stays as it is given (junk under a filter included); the rest
+        // is compressed, as real PDFs store their streams.
+        writer.setDecodeLevel(qpdf_dl_none);
+        writer.setStaticID(true);
+        writer.write();
+    }
+};
+std::string annotation3d(const std::string& data, const std::string& more = "") {
+    return "<< /Type /Annot /Subtype /3D /Rect [50 50 450 350] /3DD " + data + " " + more + " >>";
 }
 
 // Triangles as corner positions with the corners sorted, and sorted: two sets
@@ -165,6 +174,37 @@ std::pair<uint32_t, Bytes> readPng(const std::string& path) {
     return {image.width, rgb};
 }
 
+// What a shell command printed, and its exit status.
+std::pair<int, std::string> shell(const std::string& command) {
+    FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    for (size_t got; pipe != nullptr && (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, got);
+    const int status = pipe == nullptr ? -1 : ::pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
+}
+
+// Every GLB a test writes is read by two readers that share nothing with
+// the writer: assimp, and the Khronos glTF validator where npm installed it
+// (scripts/install-deps.sh), which must find no error.
+void checkGltf(const std::string& path) {
+    const auto [assimp, said] = shell("assimp info '" + path + "'");
+    EXPECT_EQ(assimp, 0) << said;
+    const char *home = std::getenv("HOME"), *dir = std::getenv("MESHDRONE_NODE_DIR");
+    const std::string modules = (dir ? std::string(dir) : std::string(home ? home : "/nonexistent") + "/.cache/meshdrone/node") +
+                                "/node_modules";
+    if (!fs::exists(modules + "/gltf-validator/package.json")) {
+        std::fprintf(stderr, "gltf-validator is not installed: %s checked by assimp only\n", path.c_str());
+        return;
+    }
+    const auto [errors, report] = shell(
+        "NODE_PATH='" + modules + "' node -e 'const v = require(\"gltf-validator\");"
+        "v.validateBytes(new Uint8Array(require(\"fs\").readFileSync(process.argv[1]))).then(r => {"
+        "for (const m of r.issues.messages) if (m.severity == 0) console.log(m.code, m.message, m.pointer);"
+        "process.exit(r.issues.numErrors ? 1 : 0); })' '" + path + "'");
+    EXPECT_EQ(errors, 0) << path << ": " << report;
+}
+
 class ExtractTool : public ::testing::Test {
 protected:
     // The exit code (128 + signal when killed) and what it wrote.
@@ -212,11 +252,13 @@ TEST_F(ExtractTool, InputsWithout3dOrUnreadableHaveTheirOwnExitCodes) {
         return dir_.file(name);
     };
     const std::string plain = dir_.file("plain.pdf");
-    writePdf(plain, {{}});
+    PdfBuilder builder;
+    builder.page({});
+    builder.write(plain);
     // Cut in half, the PDF loses its page tree and every 3D annotation.
     const Bytes whole = readFile(dataFile("pdf/solidworks-2018-assembly.pdf"));
     const std::tuple<std::string, int, std::string> cases[] = {
-        {plain, kExitNo3d, ": no 3D annotation found on its 1 page\n"},
+        {plain, kExitNo3d, ": no 3D model found on its 1 page (no 3D annotation, no RichMedia 3D instance, no attached PRC file)\n"},
         {make("notes.txt", std::string("hello")), kExitBadInput, ": neither a PDF nor a PRC file\n"},
         {make("empty.pdf", std::string()), kExitBadInput, ": the file is empty\n"},
         {dir_.file("absent.pdf"), kExitBadInput, ": cannot open: No such file or directory\n"},
@@ -231,40 +273,96 @@ TEST_F(ExtractTool, InputsWithout3dOrUnreadableHaveTheirOwnExitCodes) {
     }
 }
 
-// Annotations directly or through a 3D reference, on several pages, after a
-// link annotation, and 3D streams that are not PRC or cannot be decoded.
-TEST_F(ExtractTool, EveryAnnotationOfEveryPageIsNumberedAndReported) {
+// Every carrier of a model: 3D annotations (directly, through a 3D
+// reference, lying /Subtype, streams that are not PRC or cannot be
+// decoded), RichMedia instances of any configuration (an asset named twice,
+// a script beside it, one without its file), attachments by annotation and
+// by name tree. Each stream is one model, named by its first place.
+TEST_F(ExtractTool, EveryCarrierOfEveryPageIsNumberedAndReported) {
     const std::string pdf = dir_.file("several.pdf");
-    const Bytes prc = readFile(prc_), junk = {'n', 'o', 't', ' ', 'P', 'R', 'C'};
-    writePdf(pdf, {{{prc}, {prc, "PRC", true}, {{'U', '3', 'D', 0}, "U3D"}, {junk}, {junk, "PRC", false, "FlateDecode"}},
-                   {},
-                   {{prc, ""}}});
-    const Run result =
-        run({pdf, "--info", "--json", "-o", dir_.file("out.obj"), "--png", dir_.file("v.png"), "--size", "64x48"}, true);
+    const Bytes prc = readFile(prc_), junk = {'n', 'o', 't', ' ', 'P', 'R', 'C'}, text = {'h', 'i'};
+    PdfBuilder b;
+    const std::string shared = b.file("a.prc", b.stream(prc, "<< /Type /EmbeddedFile >>"));
+    const std::string script = b.file("s.js", b.stream(text));
+    const auto instance = [](const std::string& subtype, const std::string& asset) {
+        return "<< /Type /RichMediaInstance /Subtype /" + subtype + " /Asset " + asset + " >> ";
+    };
+    b.page({b.add(annotation3d(b.stream(prc, "<< /Type /3D /Subtype /PRC >>"))),
+            b.add(annotation3d(b.add("<< /Type /3DRef /3DD " + b.stream(prc, "<< /Subtype /PRC >>") + " >>"))),
+            b.add(annotation3d(b.stream({'U', '3', 'D', 0}, "<< /Subtype /U3D >>"))),
+            b.add(annotation3d(b.stream(junk, "<< /Subtype /PRC >>"))),
+            b.add(annotation3d(b.stream(junk, "<< /Subtype /PRC >>", "FlateDecode"))),
+            b.add(annotation3d(b.stream(prc, "<< /Subtype /U3D >>")))});
+    b.page({});
+    b.page({b.add("<< /Type /Annot /Subtype /RichMedia /Rect [0 0 400 300] /RichMediaContent << /Configurations ["
+                  "<< /Subtype /3D /Name (first) /Instances [" + instance("3D", shared) + instance("JavaScript", script) +
+                  instance("3D", shared) + "] >> << /Subtype /Flash /Instances [" +
+                  instance("3D", b.file("b.prc", b.stream(prc))) + instance("3D", "<< /F (gone.prc) >>") + "] >> ] >> >>"),
+            b.add("<< /Type /Annot /Subtype /FileAttachment /Rect [0 0 9 9] /FS " + shared + " >>"),
+            b.add("<< /Type /Annot /Subtype /FileAttachment /Rect [0 0 9 9] /FS " + script + " >>")});
+    b.write(pdf, "<< /EmbeddedFiles << /Names [(a.prc) " + shared + " (c.prc) " + b.file("c.prc", b.stream(prc)) +
+                     " (notes.txt) " + script + "] >> >>");
+
+    const Run result = run({pdf, "--info", "--json", "-o", dir_.file("out.glb"), "--png", dir_.file("v.png"), "--size", "64x48"}, true);
     EXPECT_EQ(result.exit_code, kExitSomeFailed) << result.err;
-    for (const char* suffix : {"-p1-a1", "-p1-a2", "-p3-a1"}) {
-        const std::string obj = readFile<std::string>(dir_.file(std::string("out") + suffix + ".obj"));
-        size_t faces = 0;  // the 4 triangles of the tetrahedron
-        for (size_t at = obj.find("\nf "); at != std::string::npos; at = obj.find("\nf ", at + 1)) ++faces;
-        EXPECT_EQ(faces, 4u) << suffix;
+    for (const char* suffix : {"-p1-a1", "-p1-a2", "-p1-a6", "-p3-a1-c1-i1", "-p3-a1-c2-i1", "-e2"}) {
+        SCOPED_TRACE(suffix);
+        const std::string glb = dir_.file(std::string("out") + suffix + ".glb");
+        EXPECT_EQ(glbTriangles(readGlb(glb), 0).size(), 4u);  // the tetrahedron
+        checkGltf(glb);
         const auto [width, rgb] = readPng(dir_.file(std::string("v") + suffix + ".png"));
-        EXPECT_EQ(width, 64u);
         EXPECT_EQ(rgb.size(), 64u * 48 * 3);
     }
-    for (const char* problem : {"is U3D, which is not supported (only PRC is)", "is not PRC data although its /Subtype is /PRC",
-                                ") cannot be decoded"})
-        EXPECT_TRUE(contains(result.err, problem)) << result.err;
-    EXPECT_TRUE(contains(result.err, pdf + ": page 1, 3D annotation 3 (object ")) << result.err;
+    for (const char* problem : {"page 1, 3D annotation 3 (object ", "is U3D, which is not supported (only PRC is)",
+                                "is not PRC data although its /Subtype is /PRC", ") cannot be decoded",
+                                "configuration 2, instance 2, asset 'gone.prc' (object ",
+                                "the asset 'gone.prc' has no embedded file (/EF /F)"})
+        EXPECT_TRUE(contains(result.err, problem)) << problem << "\n" << result.err;
     const nlohmann::json report = nlohmann::json::parse(result.out);
     EXPECT_EQ(report["pages_with_3d"], nlohmann::json::array({1, 3}));
     std::vector<std::string> outcomes;
     for (const nlohmann::json& model : report["models"]) outcomes.push_back(model["outcome"]);
-    EXPECT_EQ(outcomes, (std::vector<std::string>{"decoded", "decoded", "not supported", "not PRC", "unreadable", "decoded"}));
-    EXPECT_EQ(report["models"][5]["written"], nlohmann::json::array({dir_.file("out-p3-a1.obj"), dir_.file("v-p3-a1.png")}));
+    EXPECT_EQ(outcomes, (std::vector<std::string>{"decoded", "decoded", "not supported", "not PRC", "unreadable", "decoded",
+                                                  "decoded", "decoded", "unreadable", "decoded"}));
+    std::vector<std::string> places;  // of the asset named twice, attached twice
+    for (const nlohmann::json& place : report["models"][6]["places"]) places.push_back(place["description"]);
+    EXPECT_EQ(places, (std::vector<std::string>{"page 3, RichMedia annotation 1, configuration 1 (first), instance 1, asset 'a.prc'",
+                                                "page 3, RichMedia annotation 1, configuration 1 (first), instance 3, asset 'a.prc'",
+                                                "page 3, file attachment annotation 2, 'a.prc'", "attached file 'a.prc'"}));
+    EXPECT_EQ(report["models"][9]["written"], nlohmann::json::array({dir_.file("out-e2.glb"), dir_.file("v-e2.png")}));
 
     // --info alone writes nothing.
     EXPECT_EQ(run({pdf, "--info"}, true).exit_code, kExitSomeFailed);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path), {}), 7);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path), {}), 13);
+}
+
+// Damage costs the model it touches only: a file that is not there, one
+// whose data cannot be decoded, one that claims to be huge, a 3D reference
+// and a name tree that lead back to themselves.
+TEST_F(ExtractTool, BrokenCarriersCostTheirModelOnly) {
+    const std::string pdf = dir_.file("broken.pdf");
+    const Bytes prc = readFile(prc_), junk = {'x', 'y'};
+    PdfBuilder b;
+    const std::string big = b.stream(prc, "<< /Type /EmbeddedFile /Params << /Size 99999999999 >> >>");
+    b.page({b.add(annotation3d(b.loop("<< /Type /3DRef /3DD SELF >>"))),
+            b.add("<< /Type /Annot /Subtype /RichMedia /Rect [0 0 400 300] /RichMediaContent << /Configurations [ << "
+                  "/Instances [ << /Subtype /3D /Asset " + b.add("<< /F (no.prc) /EF << >> >>") + " >> << /Subtype /3D /Asset " +
+                  b.file("bad.prc", b.stream(junk, "<< >>", "FlateDecode")) + " >> << /Subtype /3D /Asset " + b.file("big.prc", big) +
+                  " >> << /Subtype /3D /Asset " + b.file("ok.prc", b.stream(prc)) + " >> ] >> ] >> >>")});
+    b.write(pdf, "<< /EmbeddedFiles " + b.loop("<< /Kids [SELF] >>") + " >>");
+    // The huge stream also declares a length far past the end of the file.
+    std::string bytes = readFile<std::string>(pdf);
+    const size_t at = bytes.find("/Length", bytes.find("/Size 99999999999"));
+    bytes.replace(at, bytes.find_first_of(">/", at + 8) - at, "/Length 99999999999 ");
+    writeFile(pdf, bytes);
+
+    const Run result = run({pdf, "-o", dir_.file("out.glb")}, true);
+    EXPECT_EQ(result.exit_code, kExitSomeFailed) << result.err;
+    for (const char* problem : {"3D annotation 1 (object", "the 3D reference of the annotation names no 3D stream",
+                                "asset 'no.prc' (object", "the asset 'no.prc' has no embedded file (/EF /F)",
+                                "the filters of the embedded file 'bad.prc' (object", "warning: "})
+        EXPECT_TRUE(contains(result.err, problem)) << problem << "\n" << result.err;
+    for (const char* suffix : {"-p1-a2-c1-i3", "-p1-a2-c1-i4"}) checkGltf(dir_.file(std::string("out") + suffix + ".glb"));
 }
 
 // A stand-in worker's every way to fail costs its model only, with a message.
@@ -332,12 +430,78 @@ TEST_F(ExtractTool, StoppedByASignalItTakesItsWorkerAndTemporaryFileWithIt) {
     // (The fixture checks that the temporary file is gone.)
 }
 
+// A view with a known camera puts known vertices at known pixels, in the
+// picture and through the glTF camera; --view picks the others by name,
+// number or "iso". The tetrahedron's corners: 0, and s on each axis.
+TEST_F(ExtractTool, ViewsPutKnownVerticesAtKnownPixels) {
+    const std::string pdf = dir_.file("views.pdf");
+    const double s = 141.42136;  // as the worker places the corners
+    PdfBuilder b;
+    // Both look down -Z with world +Y up (+X to the right), onto a 400 x 300 rectangle.
+    const std::string top = b.add("<< /XN (Top) /C2W [-1 0 0 0 1 0 0 0 -1 50 20 500] /P << /Subtype /O /OS 1 /OB /Absolute >> "
+                                  "/BG << /C [0 0 1] >> >>");
+    const std::string near = b.add("<< /IN (near) /C2W [-1 0 0 0 1 0 0 0 -1 0 0 400] /P << /Subtype /P /FOV 90 /PS /W >> >>");
+    b.page({b.add(annotation3d(b.stream(readFile(prc_), "<< /Subtype /PRC /VA [" + top + " " + near + "] >>"), "/3DV 1"))});
+    b.write(pdf);
+    // Corners at (x, y) in the picture: ortho, 1 point per unit, the camera over (50, 20); perspective with a
+    // focal length of 200 pixels (90 degrees over 400), from 400 over the origin.
+    const double p = 200.0 * s / 400;
+    const std::tuple<std::string, std::array<double, 4>, bool> cases[] = {
+        {"Top", {150, 150 + s, 170 - s, 170}, true}, {"", {200, 200 + p, 150 - p, 150}, true}, {"2", {200, 200 + p, 150 - p, 150}, false}};
+    for (const auto& [view, box, glbToo] : cases) {
+        SCOPED_TRACE(view);
+        std::vector<std::string> args = {pdf, "--png", dir_.file("v.png"), "-o", dir_.file("m.glb"), "--size", "400x300"};
+        if (!view.empty()) args.insert(args.end(), {"--view", view});
+        ASSERT_EQ(run(args, true).exit_code, kExitDone);
+        const auto [width, rgb] = readPng(dir_.file("v.png"));
+        std::array<double, 4> drawn = {1e9, -1e9, 1e9, -1e9};  // x from, x to, y from, y to
+        for (size_t i = 0; i < rgb.size(); i += 3) {
+            if (rgb[i] == rgb[0] && rgb[i + 1] == rgb[1] && rgb[i + 2] == rgb[2]) continue;
+            const double x = i / 3 % 400, y = i / 3 / 400;
+            drawn = {std::min(drawn[0], x), std::max(drawn[1], x + 1), std::min(drawn[2], y), std::max(drawn[3], y + 1)};
+        }
+        for (int k = 0; k < 4; ++k) EXPECT_NEAR(drawn[k], box[k], 1.0) << k;
+        if (view == "Top") {
+            EXPECT_EQ(Bytes(rgb.begin(), rgb.begin() + 3), (Bytes{0, 0, 255}));  // the view's background
+        }
+        if (!glbToo) continue;
+        // Through the glTF camera (the default view's first, whatever --view says):
+        // the cameras turn with the model, so the corner s on X goes straight into
+        // the camera's frame, then onto the picture.
+        const Glb glb = readGlb(dir_.file("m.glb"));
+        checkGltf(dir_.file("m.glb"));
+        const int camera = view == "Top" ? 1 : 0;
+        const nlohmann::json& views = glb.json["nodes"][glb.json["scenes"][0]["nodes"].back().get<int>()];
+        const nlohmann::json& node = glb.json["nodes"][views["children"][camera].get<int>()];
+        const nlohmann::json& lens = glb.json["cameras"][node["camera"].get<int>()];
+        const auto rotate = [](const nlohmann::json& q, std::array<double, 3> v, bool inverse) {
+            const double x = inverse ? -q[0].get<double>() : q[0].get<double>(), y = inverse ? -q[1].get<double>() : q[1].get<double>(),
+                         z = inverse ? -q[2].get<double>() : q[2].get<double>(), w = q[3];
+            const std::array<double, 3> t = {2 * (y * v[2] - z * v[1]), 2 * (z * v[0] - x * v[2]), 2 * (x * v[1] - y * v[0])};
+            return std::array<double, 3>{v[0] + w * t[0] + y * t[2] - z * t[1], v[1] + w * t[1] + z * t[0] - x * t[2],
+                                         v[2] + w * t[2] + x * t[1] - y * t[0]};
+        };
+        std::array<double, 3> local = {s, 0, 0}, place = {node["translation"][0], node["translation"][1], node["translation"][2]};
+        for (int k = 0; k < 3; ++k) local[k] -= place[k];
+        local = rotate(node["rotation"], local, true);
+        const bool ortho = lens["type"] == "orthographic";
+        const double half = ortho ? lens["orthographic"]["ymag"].get<double>() : -local[2] * std::tan(lens["perspective"]["yfov"].get<double>() / 2);
+        EXPECT_NEAR(200 + local[0] / half * 150, camera == 1 ? 150 + s : 200 + p, 0.5);
+        EXPECT_NEAR(150 - local[1] / half * 150, camera == 1 ? 170 : 150, 0.5);
+        EXPECT_EQ(node["name"], camera == 1 ? "view: Top" : "view: near");
+    }
+    const Run missing = run({pdf, "--png", dir_.file("v.png"), "-o", dir_.file("m.glb"), "--view", "Side"}, true);
+    EXPECT_EQ(missing.exit_code, kExitSomeFailed);
+    EXPECT_TRUE(contains(missing.err, "no view named 'Side' to draw: the model's views are 'Top', 'near'")) << missing.err;
+}
+
 // The real worker on the real PDFs: the GLB, read back here, and the report
 // must hold exactly what the worker's own stream holds.
 TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
-    const std::tuple<const char*, uint32_t, uint32_t> pdfs[] = {
-        {"small-part.pdf", 8137, 1}, {"solidworks-2018-assembly.pdf", 17093, 26}, {"office-editor-assembly.pdf", 15083, 4}};
-    for (const auto& [name, authoring, fileStructures] : pdfs) {
+    const std::tuple<const char*, uint32_t, uint32_t, const char*> pdfs[] = {
+        {"small-part.pdf", 8137, 1, "fileView"}, {"solidworks-2018-assembly.pdf", 17093, 26, "Default"},
+        {"office-editor-assembly.pdf", 15083, 4, "Studio"}, {"media9-style.pdf", 8137, 1, "Default"}};
+    for (const auto& [name, authoring, fileStructures, shown] : pdfs) {
         SCOPED_TRACE(name);
         const std::string pdf = dataFile(std::string("pdf/") + name), glbPath = dir_.file("m.glb"), png = dir_.file("m.png");
         // A single model keeps the output names as given.
@@ -346,6 +510,8 @@ TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
         const nlohmann::json model = nlohmann::json::parse(result.out)["models"][0];
         EXPECT_EQ(model["prc"]["authoring_version"], authoring);
         EXPECT_EQ(model["prc"]["file_structures"], fileStructures);
+        EXPECT_EQ(model["views"][0]["name"], shown);
+        EXPECT_EQ(model["views"][0]["shown_on_opening"], true);
 
         const WorkerRun direct = runWorker(MESHDRONE_WORKER_EXE, readInputModels(pdf).models.at(0).bytes, {60, 0});
         const auto stream = result_reader::readResultStream(direct.answer.data(), direct.answer.size());
@@ -353,6 +519,7 @@ TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
         EXPECT_EQ(model["vertices"], stream.header.vertex_count);
         ASSERT_EQ(model["parts"].size(), stream.parts.size());
         const Glb glb = readGlb(glbPath);
+        checkGltf(glbPath);
         ASSERT_GE(glb.json["nodes"].size(), stream.parts.size());
         std::array<float, 3> lo = {INFINITY, INFINITY, INFINITY}, hi = {-INFINITY, -INFINITY, -INFINITY};  // of the GLB
         for (uint32_t i = 0; i < stream.parts.size(); ++i) {
@@ -383,7 +550,8 @@ TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
         ASSERT_EQ(width, 512u);
         size_t drawn = 0;
         for (size_t i = 0; i < rgb.size(); i += 3) drawn += rgb[i] != rgb[0] || rgb[i + 2] != rgb[2];
-        EXPECT_GT(drawn, 512u * 512 / 20) << "the model covers almost nothing of the preview";
+        // Drawn as the document's own view shows it, which may leave much empty.
+        EXPECT_GT(drawn, 512u * 512 / 200) << "the model covers almost nothing of the preview";
     }
 }
 

@@ -5,7 +5,10 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <stdexcept>
+
+#include <CLI/CLI.hpp>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -91,6 +94,54 @@ private:
     bool shown_ = false;
 };
 
+// The view the picture shows: the index in the model's views, -1 for the
+// isometric one; nothing, with the reason, when --view names no view of it.
+std::optional<int> chooseView(const ModelSource& source, const std::string& wanted, std::string* error) {
+    if (wanted.empty()) return source.default_view;
+    if (wanted == "iso") return -1;
+    const int count = static_cast<int>(source.views.size());
+    if (wanted.find_first_not_of("0123456789") == std::string::npos) {
+        uint64_t number = 0;
+        if (parseUnsigned(wanted, 1u << 30, &number) && number >= 1 && number <= uint64_t(count))
+            return static_cast<int>(number - 1);
+        *error = "no view " + wanted + " to draw: the model has " + plural(count, "view", "views");
+        return std::nullopt;
+    }
+    for (int i = 0; i < count; ++i) {
+        if (source.views[i].name == wanted || source.views[i].internal_name == wanted) return i;
+    }
+    std::string names;
+    for (const View3d& view : source.views) names += (names.empty() ? "" : ", ") + ("'" + view.name + "'");
+    *error = "no view named '" + wanted + "' to draw: the model's views are " + (names.empty() ? "none" : names);
+    return std::nullopt;
+}
+
+// The glTF cameras: the view shown on opening (the isometric one when the
+// document names none), then the model's other views in their order.
+std::vector<ViewCamera> modelCameras(const ModelSource& source, const Box& box, UpAxis up) {
+    std::vector<ViewCamera> cameras;
+    std::set<std::string> names;
+    // Readers find a camera's node by its name, so each name is unique and
+    // set apart from the part names.
+    const auto add = [&](const View3d& view, const std::string& number) {
+        if (std::optional<ViewCamera> camera = viewCamera(view, box)) {
+            camera->name = "view: " + (view.name.empty() ? number : view.name);
+            if (!names.insert(camera->name).second) names.insert(camera->name += " (" + number + ")");
+            cameras.push_back(std::move(*camera));
+        }
+    };
+    const int chosen = source.default_view;
+    if (chosen >= 0 && size_t(chosen) < source.views.size()) {
+        add(source.views[chosen], std::to_string(chosen + 1));
+    } else {
+        add(isometricView(box, up), "isometric");
+    }
+    for (size_t i = 0; i < source.views.size(); ++i) {
+        if (int(i) != chosen) add(source.views[i], std::to_string(i + 1));
+    }
+    return cameras;
+}
+
 }  // namespace
 
 std::string helpText() {
@@ -98,31 +149,43 @@ std::string helpText() {
 
 Exports the 3D models of a PDF, or of a raw PRC file, as mesh files, draws a
 preview picture of them, or describes them. INPUT is told apart by its content.
-Every PRC model of the PDF's 3D annotations is decoded by the meshdrone worker,
-run in a process of its own with a time and a memory limit, exactly as a PDF
-viewer runs it. U3D models are reported but not read.
+Every PRC model of the PDF is found: in 3D annotations, in the 3D instances of
+RichMedia annotations (as LaTeX's media9 package writes them), and in attached
+files; a model reached from several places is decoded once. Each one is decoded
+by the meshdrone worker, run in a process of its own with a time and a memory
+limit, exactly as a PDF viewer runs it. U3D models are reported but not read.
 
 Output:
   -o, --output FILE    the model file to write (default: INPUT's file name with
                        the format's extension, in the current directory). When
-                       the input holds several 3D annotations, each model's file
-                       gets -p<page>-a<annotation> before the extension, e.g.
-                       -o car.glb writes car-p1-a1.glb, car-p1-a2.glb, ...
-                       (annotations counted from 1 among the page's 3D ones)
+                       the input holds several models, each model's file gets
+                       its place before the extension, e.g. -o car.glb writes
+                       car-p1-a1.glb, car-p1-a2.glb, ... (-p<page>-a<annotation>,
+                       annotations counted from 1 among the page's ones that
+                       hold models; -c<configuration>-i<instance> follow for a
+                       RichMedia annotation; -e<n> for the document's n-th
+                       attached file)
   -f, --format FORMAT  glb (glTF 2.0 binary: a node per part with its name and
-                       place in the part tree, vertex colours; the default),
+                       place in the part tree, vertex colours, a camera per
+                       view, the view shown on opening first; the default),
                        obj (vertex colours, one object per part), ply (binary,
                        vertex colours) or stl (binary). Without it the
                        extension of -o chooses.
-      --png FILE       also draw a preview picture: isometric view, flat shaded,
-                       in the model's colours; named like -o for several models
+      --png FILE       also draw a preview picture, flat shaded, in the model's
+                       colours, from the view the document shows on opening
+                       (isometric when it names none); named like -o for
+                       several models
+      --view NAME|N|iso  draw the picture from the model's view of that name,
+                       its N-th view (from 1, as --info lists them) or the
+                       isometric one; a model without that view fails
       --size WxH       size of the picture (default 512x512, at most 8192)
       --up z|y         the model's up axis (default z, as CAD models are); the
                        glTF file and the picture are turned upright to match
-      --info           describe the input instead: pages with 3D annotations,
-                       each model's outcome, counts, part tree, bounding box,
-                       PRC versions. Model files are then written only when -o
-                       or -f is given, pictures when --png is.
+      --info           describe the input instead: pages with 3D models, each
+                       model's places, views, outcome, counts, part tree,
+                       bounding box, PRC versions. Model files are then
+                       written only when -o or -f is given, pictures when
+                       --png is.
       --json           with --info: the description as JSON
   -q, --quiet          report only errors
 
@@ -137,10 +200,10 @@ Worker:
 
 Exit status:
   0  every 3D model was decoded, and its files written
-  1  some models failed (each one is reported on standard error with its page
-     and annotation); the others were written
+  1  some models failed (each one is reported on standard error with its
+     place), or have no view that --view names; the others were written
   2  bad usage
-  3  the input holds no 3D annotation
+  3  the input holds no 3D model
   4  the input cannot be read: missing, damaged beyond repair, or neither a
      PDF nor a PRC file
   5  an output file could not be written (it is not left half written)
@@ -155,96 +218,84 @@ ParsedCommandLine parseCommandLine(const std::vector<std::string>& arguments) {
         parsed.error = text;
         return parsed;
     };
-    bool onlyOperands = false;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        std::string arg = arguments[i];
-        if (onlyOperands || arg == "-" || arg.empty() || arg[0] != '-') {
-            if (!o.input.empty()) return error("one input file only (got '" + o.input + "' and '" + arg + "')");
-            o.input = arg;
-            continue;
+    // Values are taken as text and checked below, so that every bad value
+    // gets a message that says what the option wants.
+    CLI::App app(kProgram, kProgram);
+    app.set_help_flag();  // the help text is ours, printed by the caller
+    app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+    bool help = false, version = false;
+    std::vector<std::string> inputs;
+    std::string format, size, up, timeout, memory;
+    app.add_flag("-h,--help", help);
+    app.add_flag("--version", version);
+    app.add_flag("-q,--quiet", o.quiet);
+    app.add_flag("--info", o.info);
+    app.add_flag("--json", o.json);
+    app.add_option("-o,--output", o.output);
+    app.add_option("-f,--format", format);
+    app.add_option("--png", o.png);
+    app.add_option("--size", size);
+    app.add_option("--up", up);
+    app.add_option("--view", o.view);
+    app.add_option("--worker", o.worker);
+    app.add_option("--timeout", timeout);
+    app.add_option("--memory", memory);
+    app.add_option("input", inputs)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    try {
+        // CLI11 takes the arguments last to first.
+        std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+        app.parse(reversed);
+    } catch (const CLI::ExtrasError&) {
+        for (const std::string& arg : app.remaining()) {
+            if (arg.size() > 1 && arg[0] == '-') return error("unknown option '" + arg.substr(0, arg.find('=')) + "'");
         }
-        if (arg == "--") {
-            onlyOperands = true;
-            continue;
-        }
-        std::string value;
-        bool hasInlineValue = false;
-        if (arg.rfind("--", 0) == 0) {
-            const size_t equals = arg.find('=');
-            if (equals != std::string::npos) {
-                value = arg.substr(equals + 1);
-                arg = arg.substr(0, equals);
-                hasInlineValue = true;
-            }
-        }
-        const auto takeValue = [&](std::string* out) {
-            if (hasInlineValue) {
-                *out = value;
-                return true;
-            }
-            if (i + 1 >= arguments.size()) return false;
-            *out = arguments[++i];
-            return true;
-        };
-        const auto noValue = [&] { return !hasInlineValue; };
-        std::string v;
-        if (arg == "-h" || arg == "--help") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            parsed.action = ParsedCommandLine::Action::Help;
-            return parsed;
-        } else if (arg == "--version") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            parsed.action = ParsedCommandLine::Action::Version;
-            return parsed;
-        } else if (arg == "-q" || arg == "--quiet") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.quiet = true;
-        } else if (arg == "--info") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.info = true;
-        } else if (arg == "--json") {
-            if (!noValue()) return error("option " + arg + " takes no value");
-            o.json = true;
-        } else if (arg == "-o" || arg == "--output") {
-            if (!takeValue(&v) || v.empty()) return error("option " + arg + " needs a file name");
-            o.output = v;
-        } else if (arg == "-f" || arg == "--format") {
-            if (!takeValue(&v)) return error("option " + arg + " needs a format: glb, obj, ply or stl");
-            o.format = meshFormatFromName(v);
-            if (!o.format) return error("unknown format '" + v + "': use glb, obj, ply or stl");
-        } else if (arg == "--png") {
-            if (!takeValue(&v) || v.empty()) return error("option --png needs a file name");
-            o.png = v;
-        } else if (arg == "--size") {
-            if (!takeValue(&v) || !parseSize(v, &o.width, &o.height))
-                return error("option --size needs WIDTHxHEIGHT, each from 1 to 8192 (e.g. 800x600)");
-        } else if (arg == "--up") {
-            if (!takeValue(&v) || (v != "z" && v != "y")) return error("option --up needs z or y");
-            o.up = v == "z" ? UpAxis::Z : UpAxis::Y;
-        } else if (arg == "--worker") {
-            if (!takeValue(&v) || v.empty()) return error("option --worker needs the worker's path");
-            o.worker = v;
-        } else if (arg == "--timeout") {
-            if (!takeValue(&v) || !parseSeconds(v, &o.limits.timeout_seconds))
-                return error("option --timeout needs seconds from 0 (no limit) to 86400");
-        } else if (arg == "--memory") {
-            uint64_t mb = 0;
-            // Up to 1 TiB; the limit is on address space, not on what is used.
-            if (!takeValue(&v) || !parseUnsigned(v, uint64_t{1} << 20, &mb))
-                return error("option --memory needs megabytes from 0 (no limit) to 1048576");
-            o.limits.memory_mb = mb;
-        } else {
-            return error("unknown option '" + arg + "'");
-        }
+        return error("unexpected arguments");
+    } catch (const CLI::ArgumentMismatch& e) {
+        const std::string text = e.what();  // "--output: 1 required TEXT missing"
+        return error("option " + text.substr(0, text.find(':')) + " needs a value");
+    } catch (const CLI::ParseError& e) {
+        return error(e.what());
     }
-    if (o.input.empty()) return error("no input file given");
+    if (help) {
+        parsed.action = ParsedCommandLine::Action::Help;
+        return parsed;
+    }
+    if (version) {
+        parsed.action = ParsedCommandLine::Action::Version;
+        return parsed;
+    }
+    const auto given = [&](const char* name) { return app.get_option(name)->count() > 0; };
+    if (given("--output") && o.output.empty()) return error("option --output needs a file name");
+    if (given("--format")) {
+        o.format = meshFormatFromName(format);
+        if (!o.format) return error("unknown format '" + format + "': use glb, obj, ply or stl");
+    }
+    if (given("--png") && o.png.empty()) return error("option --png needs a file name");
+    if (given("--size") && !parseSize(size, &o.width, &o.height))
+        return error("option --size needs WIDTHxHEIGHT, each from 1 to 8192 (e.g. 800x600)");
+    if (given("--up")) {
+        if (up != "z" && up != "y") return error("option --up needs z or y");
+        o.up = up == "z" ? UpAxis::Z : UpAxis::Y;
+    }
+    if (given("--view") && o.view.empty()) return error("option --view needs a view's name, its number or iso");
+    if (given("--worker") && o.worker.empty()) return error("option --worker needs the worker's path");
+    if (given("--timeout") && !parseSeconds(timeout, &o.limits.timeout_seconds))
+        return error("option --timeout needs seconds from 0 (no limit) to 86400");
+    uint64_t mb = 0;
+    // Up to 1 TiB; the limit is on address space, not on what is used.
+    if (given("--memory") && !parseUnsigned(memory, uint64_t{1} << 20, &mb))
+        return error("option --memory needs megabytes from 0 (no limit) to 1048576");
+    if (given("--memory")) o.limits.memory_mb = mb;
+    if (inputs.size() > 1) return error("one input file only (got '" + inputs[0] + "' and '" + inputs[1] + "')");
+    if (inputs.empty()) return error("no input file given");
+    o.input = inputs[0];
     if (o.json && !o.info) return error("--json goes with --info");
     return parsed;
 }
 
-std::string numberedOutputName(const std::string& base, bool several, uint32_t page, uint32_t annotation) {
+std::string numberedOutputName(const std::string& base, bool several, const ModelPlace& place) {
     if (!several) return base;
-    const std::string suffix = "-p" + std::to_string(page) + "-a" + std::to_string(annotation);
+    const std::string suffix = placeSuffix(place);
     const size_t slash = base.find_last_of('/');
     const size_t dot = base.find_last_of('.');
     // A leading dot (".hidden") starts a name, not an extension.
@@ -327,9 +378,7 @@ int runExtract(int argc, char** argv) {
                 } else {
                     // Short enough for one terminal line, which \r can rewrite.
                     const std::string label =
-                        source.page == 0 ? baseName(o.input)
-                                         : "page " + std::to_string(source.page) + ", 3D annotation " +
-                                               std::to_string(source.annotation);
+                        source.place().kind == PlaceKind::PrcFile ? baseName(o.input) : describePlace(source.place());
                     const WorkerRun run =
                         runWorker(worker, bytes, o.limits, [&](double seconds) { progress.show(label, seconds); });
                     progress.clear();
@@ -344,9 +393,10 @@ int runExtract(int argc, char** argv) {
         if (result.outcome == Outcome::Decoded) {
             ExportInfo info;
             info.model_name = baseName(o.input);
-            if (several) info.model_name += " p" + std::to_string(source.page) + " a" + std::to_string(source.annotation);
+            if (several) info.model_name += " " + placeSuffix(source.place()).substr(1);
             info.generator = std::string(kProgram) + " " + MESHDRONE_VERSION;
             info.up = o.up;
+            info.cameras = modelCameras(source, result.box, o.up);
             const auto written = [&](const std::string& path, bool ok, const std::string& error) {
                 if (ok) {
                     result.written.push_back(path);
@@ -356,7 +406,7 @@ int runExtract(int argc, char** argv) {
                 }
             };
             if (writeModels) {
-                const std::string path = numberedOutputName(outputBase, several, source.page, source.annotation);
+                const std::string path = numberedOutputName(outputBase, several, source.place());
                 std::string error;
                 if (sameFile(path, o.input)) {
                     written(path, false, "refusing to overwrite the input file " + path);
@@ -366,12 +416,18 @@ int runExtract(int argc, char** argv) {
                 }
             }
             if (!o.png.empty()) {
-                const std::string path = numberedOutputName(o.png, several, source.page, source.annotation);
+                const std::string path = numberedOutputName(o.png, several, source.place());
                 std::string error;
-                if (sameFile(path, o.input)) {
+                const std::optional<int> view = chooseView(source, o.view, &error);
+                if (!view) {
+                    // The model is there, its picture is not: a failed model.
+                    complain(where + ": " + error);
+                    anyFailed = true;
+                } else if (sameFile(path, o.input)) {
                     written(path, false, "refusing to overwrite the input file " + path);
                 } else {
-                    const PreviewImage image = renderPreview(result.mesh, o.width, o.height, o.up);
+                    const PreviewImage image = *view < 0 ? renderPreview(result.mesh, o.width, o.height, o.up)
+                                                         : renderPreview(result.mesh, o.width, o.height, source.views[*view]);
                     written(path, writePng(image, path, &error), error);
                 }
             }
@@ -406,8 +462,10 @@ int runExtract(int argc, char** argv) {
         }
     }
     if (input.models.empty()) {
-        complain(o.input + ": no 3D annotation found" +
-                 (input.kind == InputKind::Pdf ? " on its " + plural(input.page_count, "page", "pages") : ""));
+        complain(o.input + ": no 3D model found" +
+                 (input.kind == InputKind::Pdf ? " on its " + plural(input.page_count, "page", "pages") +
+                                                     " (no 3D annotation, no RichMedia 3D instance, no attached PRC file)"
+                                               : ""));
         return kExitNo3d;
     }
     if (anyWriteFailed) return kExitWriteFailed;

@@ -112,6 +112,40 @@ public:
             scene.nodes.push_back(static_cast<int>(model.nodes.size()));
             model.nodes.push_back(node);
         }
+        if (!info_.cameras.empty()) {
+            // The cameras hang under one node of their own, which the up
+            // axis turns with the model.
+            tinygltf::Node views;
+            views.name = "views";
+            const int viewsNode = static_cast<int>(model.nodes.size());
+            model.nodes.push_back(views);
+            scene.nodes.push_back(viewsNode);
+            for (const ViewCamera& view : info_.cameras) {
+                tinygltf::Camera camera;
+                camera.name = toValidUtf8(view.name);
+                if (view.perspective) {
+                    camera.type = "perspective";
+                    camera.perspective.yfov = view.yfov;
+                    camera.perspective.aspectRatio = view.aspect_ratio;
+                    camera.perspective.znear = view.znear;
+                    camera.perspective.zfar = view.zfar;
+                } else {
+                    camera.type = "orthographic";
+                    camera.orthographic.xmag = view.xmag;
+                    camera.orthographic.ymag = view.ymag;
+                    camera.orthographic.znear = view.znear;
+                    camera.orthographic.zfar = view.zfar;
+                }
+                tinygltf::Node node;
+                node.name = camera.name;
+                node.camera = static_cast<int>(model.cameras.size());
+                node.translation.assign(view.translation, view.translation + 3);
+                node.rotation.assign(view.rotation, view.rotation + 4);
+                model.cameras.push_back(camera);
+                model.nodes[viewsNode].children.push_back(static_cast<int>(model.nodes.size()));
+                model.nodes.push_back(node);
+            }
+        }
         if (info_.up == UpAxis::Z) {
             // A quarter turn about X, -90 degrees, takes +Z to +Y.
             const double h = std::sqrt(0.5);

@@ -6,15 +6,11 @@
 #include <string_view>
 
 #include "tools/extract/model_mesh.h"
+#include "tools/extract/view3d.h"
 
 namespace extract {
 
 enum class MeshFormat { Glb, Obj, Ply, Stl };
-
-// Which model axis points up. CAD models (and so most PRC data) are Z-up;
-// glTF is Y-up by definition, so the glTF writer turns a Z-up model's roots
-// upright. The other formats have no convention and keep the coordinates.
-enum class UpAxis { Z, Y };
 
 std::optional<MeshFormat> meshFormatFromName(std::string_view name);      // "glb", "obj", ...
 std::optional<MeshFormat> meshFormatFromExtension(std::string_view path);  // by the file name's suffix
@@ -24,6 +20,7 @@ struct ExportInfo {
     std::string model_name;  // the name of the node that holds unclaimed triangles
     std::string generator;   // "meshdrone-extract <version>"
     UpAxis up = UpAxis::Z;
+    std::vector<ViewCamera> cameras;  // glTF only: the first is the view shown on opening
 };
 
 // Writes the mesh to path. On failure returns false with the reason in *error

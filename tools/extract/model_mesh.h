@@ -29,6 +29,11 @@ struct ModelMesh {
     uint32_t triangleCount() const { return static_cast<uint32_t>(triangles.size() / 3); }
 };
 
+// Which model axis points up. CAD models (and so most PRC data) are Z-up;
+// glTF is Y-up by definition, so the glTF writer turns a Z-up model's roots
+// upright. The other formats have no convention and keep the coordinates.
+enum class UpAxis { Z, Y };
+
 struct Box {
     float min[3];
     float max[3];

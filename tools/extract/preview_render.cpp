@@ -32,23 +32,29 @@ struct Projected {
     bool valid;
 };
 
-}  // namespace
+// How the picture is taken: the camera's frame and either a parallel
+// projection (scale in pixels per unit) or a perspective one (focal length
+// in pixels). A fitted camera takes its scale and centre from the model.
+struct Camera {
+    Vec3 origin, right, up, toViewer;
+    bool perspective = false;
+    bool fit = false;
+    double scale = 1;
+    double background[3];
+};
 
-PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t height, UpAxis up) {
+Vec3 vec(const double* a) { return {a[0], a[1], a[2]}; }
+
+PreviewImage render(const ModelMesh& mesh, uint32_t width, uint32_t height, const Camera& camera) {
     PreviewImage image;
     image.width = width;
     image.height = height;
+    uint8_t background[3];
+    for (int k = 0; k < 3; ++k) background[k] = static_cast<uint8_t>(std::lround(std::clamp(camera.background[k], 0.0, 255.0)));
     image.rgb.resize(size_t{width} * height * 3);
-    for (size_t i = 0; i < image.rgb.size(); i += 3) std::copy(kPreviewBackground, kPreviewBackground + 3, &image.rgb[i]);
+    for (size_t i = 0; i < image.rgb.size(); i += 3) std::copy(background, background + 3, &image.rgb[i]);
     if (width == 0 || height == 0) return image;
-
-    // Isometric: the viewer looks down the diagonal from the front right
-    // (front is -Y for a Z-up model, +Z for a Y-up one), at equal angles to
-    // the three axes, with the model's up axis upright in the picture.
-    const Vec3 upAxis = up == UpAxis::Z ? Vec3{0, 0, 1} : Vec3{0, 1, 0};
-    const Vec3 toViewer = normalized(up == UpAxis::Z ? Vec3{1, -1, 1} : Vec3{1, 1, 1});
-    const Vec3 right = normalized(cross(toViewer * -1.0, upAxis));
-    const Vec3 screenUp = cross(right, toViewer * -1.0);
+    const Vec3 right = camera.right, screenUp = camera.up, toViewer = camera.toViewer;
     // The light comes from over the viewer's left shoulder, so faces turned
     // toward the viewer differ in brightness by their slope.
     const Vec3 light = normalized(toViewer + screenUp * 0.8 - right * 0.5);
@@ -64,36 +70,52 @@ PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t heigh
     for (uint32_t index : mesh.triangles) {
         if (index < vertexCount) used[index] = true;
     }
+    // A perspective camera draws what lies in front of it, from a hair's
+    // breadth on: a vertex at or behind it takes its triangles out.
+    const double nearest = 1e-9 * std::max(1.0, std::sqrt(dot(camera.origin, camera.origin)));
     double minX = std::numeric_limits<double>::max(), maxX = -minX, minY = minX, maxY = -minX;
     for (uint32_t v = 0; v < vertexCount; ++v) {
         const float* p = &mesh.positions[size_t{v} * 3];
-        const Vec3 point{p[0], p[1], p[2]};
+        const Vec3 point = Vec3{p[0], p[1], p[2]} - camera.origin;
         Projected& q = projected[v];
         q = {dot(point, right), dot(point, screenUp), dot(point, toViewer), true};
-        q.valid = std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.depth);
+        if (camera.perspective) {
+            const double ahead = -q.depth;
+            q.valid = ahead > nearest;
+            // 1/distance is affine across the picture, so it interpolates as depth.
+            q = {w / 2.0 + camera.scale * ss * q.x / ahead, h / 2.0 - camera.scale * ss * q.y / ahead, 1 / ahead, q.valid};
+        }
+        q.valid = q.valid && std::isfinite(q.x) && std::isfinite(q.y) && std::isfinite(q.depth);
         if (!q.valid || !used[v]) continue;
         minX = std::min(minX, q.x), maxX = std::max(maxX, q.x);
         minY = std::min(minY, q.y), maxY = std::max(maxY, q.y);
     }
     if (minX > maxX) return image;  // nothing to draw
 
-    // Fit the projected model into the picture with a margin of 6% per side.
-    const double usable = 0.88;
-    const double spanX = maxX - minX, spanY = maxY - minY;
-    double scale = std::numeric_limits<double>::max();
-    if (spanX > 0) scale = std::min(scale, w * usable / spanX);
-    if (spanY > 0) scale = std::min(scale, h * usable / spanY);
-    if (scale == std::numeric_limits<double>::max() || !std::isfinite(scale)) scale = 1.0;
-    const double centerX = (minX + maxX) / 2, centerY = (minY + maxY) / 2;
-    for (Projected& q : projected) {
-        q.x = (q.x - centerX) * scale + w / 2.0;
-        q.y = h / 2.0 - (q.y - centerY) * scale;
+    if (camera.fit) {
+        // Fit the projected model into the picture with a margin of 6% per side.
+        const double usable = 0.88;
+        const double spanX = maxX - minX, spanY = maxY - minY;
+        double scale = std::numeric_limits<double>::max();
+        if (spanX > 0) scale = std::min(scale, w * usable / spanX);
+        if (spanY > 0) scale = std::min(scale, h * usable / spanY);
+        if (scale == std::numeric_limits<double>::max() || !std::isfinite(scale)) scale = 1.0;
+        const double centerX = (minX + maxX) / 2, centerY = (minY + maxY) / 2;
+        for (Projected& q : projected) {
+            q.x = (q.x - centerX) * scale + w / 2.0;
+            q.y = h / 2.0 - (q.y - centerY) * scale;
+        }
+    } else if (!camera.perspective) {
+        for (Projected& q : projected) {
+            q.x = q.x * camera.scale * ss + w / 2.0;
+            q.y = h / 2.0 - q.y * camera.scale * ss;
+        }
     }
 
     std::vector<float> depth(size_t{w} * h, -std::numeric_limits<float>::infinity());
     std::vector<float> color(size_t{w} * h * 3);
     for (size_t i = 0; i < size_t{w} * h; ++i) {
-        for (int k = 0; k < 3; ++k) color[i * 3 + k] = kPreviewBackground[k];
+        for (int k = 0; k < 3; ++k) color[i * 3 + k] = background[k];
     }
 
     const auto vertexColor = [&](uint32_t v, int k) -> double {
@@ -118,10 +140,13 @@ PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t heigh
         // Both sides are lit alike: the winding of PRC triangles is not reliable.
         const double shade = 0.35 + 0.65 * std::abs(dot(normal, light));
 
-        const int x0 = std::max(0, static_cast<int>(std::floor(std::min({a.x, b.x, c.x}))));
-        const int x1 = std::min(static_cast<int>(w) - 1, static_cast<int>(std::ceil(std::max({a.x, b.x, c.x}))));
-        const int y0 = std::max(0, static_cast<int>(std::floor(std::min({a.y, b.y, c.y}))));
-        const int y1 = std::min(static_cast<int>(h) - 1, static_cast<int>(std::ceil(std::max({a.y, b.y, c.y}))));
+        // A camera can throw a vertex far outside the picture: the bounds
+        // are clamped before they become integers.
+        const auto pixel = [](double value, uint32_t size) { return static_cast<int>(std::clamp(value, -1.0, double(size))); };
+        const int x0 = std::max(0, pixel(std::floor(std::min({a.x, b.x, c.x})), w));
+        const int x1 = std::min(static_cast<int>(w) - 1, pixel(std::ceil(std::max({a.x, b.x, c.x})), w));
+        const int y0 = std::max(0, pixel(std::floor(std::min({a.y, b.y, c.y})), h));
+        const int y1 = std::min(static_cast<int>(h) - 1, pixel(std::ceil(std::max({a.y, b.y, c.y})), h));
         const double inverseArea = 1.0 / area;
         for (int y = y0; y <= y1; ++y) {
             const double py = y + 0.5;
@@ -158,6 +183,52 @@ PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t heigh
         }
     }
     return image;
+}
+
+}  // namespace
+
+PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t height, UpAxis up) {
+    // Isometric: the viewer looks down the diagonal from the front right
+    // (front is -Y for a Z-up model, +Z for a Y-up one), at equal angles to
+    // the three axes, with the model's up axis upright in the picture.
+    Camera camera;
+    const Vec3 upAxis = up == UpAxis::Z ? Vec3{0, 0, 1} : Vec3{0, 1, 0};
+    camera.origin = {0, 0, 0};
+    camera.toViewer = normalized(up == UpAxis::Z ? Vec3{1, -1, 1} : Vec3{1, 1, 1});
+    camera.right = normalized(cross(camera.toViewer * -1.0, upAxis));
+    camera.up = cross(camera.right, camera.toViewer * -1.0);
+    camera.fit = true;
+    for (int k = 0; k < 3; ++k) camera.background[k] = kPreviewBackground[k];
+    return render(mesh, width, height, camera);
+}
+
+PreviewImage renderPreview(const ModelMesh& mesh, uint32_t width, uint32_t height, const View3d& view) {
+    const std::optional<CameraFrame> frame = cameraFrame(view);
+    if (!frame) return renderPreview(mesh, width, height, UpAxis::Z);
+    Camera camera;
+    camera.origin = vec(frame->position);
+    camera.right = vec(frame->right);
+    camera.up = vec(frame->up);
+    camera.toViewer = vec(frame->forward) * -1.0;
+    // The annotation's rectangle, centred, as large as the picture holds it.
+    const bool known = view.target_width > 0 && view.target_height > 0;
+    const double targetWidth = known ? view.target_width : width, targetHeight = known ? view.target_height : height;
+    const double pixelsPerPoint = std::min(width / targetWidth, height / targetHeight);
+    const Binding binding = view.projection == Projection::Unstated ? Binding::Min : view.binding;
+    const double side = binding == Binding::Height ? targetHeight
+                        : binding == Binding::Min  ? std::min(targetWidth, targetHeight)
+                        : binding == Binding::Max  ? std::max(targetWidth, targetHeight)
+                                                   : targetWidth;
+    if (view.projection == Projection::Orthographic) {
+        camera.scale = view.ortho_scale * (binding == Binding::Absolute ? 1.0 : side) * pixelsPerPoint;
+    } else {
+        const double fov = view.projection == Projection::Perspective ? view.field_of_view
+                                                                      : fittedFieldOfView(*frame, usedVertexBox(mesh));
+        camera.perspective = true;
+        camera.scale = side * pixelsPerPoint / 2 / std::tan(fov * 3.14159265358979323846 / 360);
+    }
+    for (int k = 0; k < 3; ++k) camera.background[k] = view.background ? (*view.background)[k] * 255.0 : kPreviewBackground[k];
+    return render(mesh, width, height, camera);
 }
 
 bool writePng(const PreviewImage& image, const std::string& path, std::string* error) {

@@ -50,9 +50,31 @@ nlohmann::ordered_json box(const float* min, const float* max) {
 std::set<uint32_t> pagesWith3d(const Report& report) {
     std::set<uint32_t> pages;
     for (const ModelResult& model : report.models) {
-        if (model.source.page > 0) pages.insert(model.source.page);
+        for (const ModelPlace& place : model.source.places) {
+            if (place.page > 0) pages.insert(place.page);
+        }
     }
     return pages;
+}
+
+const char* projectionName(const View3d& view) {
+    switch (view.projection) {
+        case Projection::Perspective: return "perspective";
+        case Projection::Orthographic: return "orthographic";
+        case Projection::Unstated: break;
+    }
+    return "no projection stated";
+}
+
+const char* placeKindName(PlaceKind kind) {
+    switch (kind) {
+        case PlaceKind::PrcFile: return "prc file";
+        case PlaceKind::Annotation3d: return "3d annotation";
+        case PlaceKind::RichMedia: return "richmedia instance";
+        case PlaceKind::FileAttachment: return "file attachment annotation";
+        case PlaceKind::EmbeddedFile: return "attached file";
+    }
+    return "";
 }
 
 }  // namespace
@@ -64,7 +86,7 @@ std::string reportText(const Report& report) {
     } else {
         const std::set<uint32_t> pages = pagesWith3d(report);
         out += "PDF " + report.pdf_version + ", " + plural(report.page_count, "page", "pages") + ", " +
-               plural(report.models.size(), "3D annotation", "3D annotations");
+               plural(report.models.size(), "3D model", "3D models");
         if (!pages.empty()) {
             out += " on page";
             out += pages.size() > 1 ? "s " : " ";
@@ -79,7 +101,9 @@ std::string reportText(const Report& report) {
         out += "\n" + describeSource(model.source);
         if (!model.source.declared_subtype.empty()) out += ": " + model.source.declared_subtype;
         if (model.stream_bytes > 0) out += ", " + plural(model.stream_bytes, "byte", "bytes");
-        if (model.source.through_reference) out += ", through a 3D reference";
+        if (model.source.place().through_reference) out += ", through a 3D reference";
+        for (size_t i = 1; i < model.source.places.size(); ++i)
+            out += "\n  also at " + toValidUtf8(describePlace(model.source.places[i]));
         out += "\n  outcome: " + std::string(outcomeName(model.outcome));
         if (model.outcome == Outcome::Decoded) {
             char seconds[32];
@@ -93,6 +117,11 @@ std::string reportText(const Report& report) {
             out += "  PRC: minimal version for read " + std::to_string(model.prc.minimal_version_for_read) +
                    ", authoring version " + std::to_string(model.prc.authoring_version) + ", " +
                    plural(model.prc.number_of_file_structures, "file structure", "file structures") + "\n";
+        }
+        for (size_t i = 0; i < model.source.views.size(); ++i) {
+            const View3d& view = model.source.views[i];
+            out += "  view " + std::to_string(i + 1) + ": " + (view.name.empty() ? "(unnamed)" : toValidUtf8(view.name)) +
+                   " (" + projectionName(view) + (int(i) == model.source.default_view ? ", shown on opening" : "") + ")\n";
         }
         if (model.outcome != Outcome::Decoded) continue;
         out += "  globals: " + plural(model.color_count, "colour", "colours") + ", " +
@@ -136,12 +165,39 @@ std::string reportJson(const Report& report) {
     json models = json::array();
     for (const ModelResult& model : report.models) {
         json entry;
-        if (model.source.page > 0) {
-            entry["page"] = model.source.page;
-            entry["annotation"] = model.source.annotation;
-            entry["annotation_object"] = model.source.annotation_object;
+        const ModelPlace& first = model.source.place();
+        if (first.kind != PlaceKind::PrcFile) {
+            if (first.page > 0) {
+                entry["page"] = first.page;
+                entry["annotation"] = first.annotation;
+                entry["annotation_object"] = first.annotation_object;
+            }
             entry["stream_object"] = model.source.stream_object;
-            entry["through_reference"] = model.source.through_reference;
+            entry["through_reference"] = first.through_reference;
+            json places = json::array();
+            for (const ModelPlace& place : model.source.places) {
+                json item;
+                item["kind"] = placeKindName(place.kind);
+                item["description"] = describePlace(place);
+                if (place.page > 0) item["page"] = place.page, item["annotation"] = place.annotation;
+                if (place.kind == PlaceKind::RichMedia) {
+                    item["configuration"] = place.configuration;
+                    item["configuration_name"] = place.configuration_name;
+                    item["instance"] = place.instance;
+                }
+                if (!place.file_name.empty()) item["file_name"] = place.file_name;
+                places.push_back(std::move(item));
+            }
+            entry["places"] = std::move(places);
+            json views = json::array();
+            for (size_t i = 0; i < model.source.views.size(); ++i) {
+                const View3d& view = model.source.views[i];
+                views.push_back({{"name", view.name},
+                                 {"internal_name", view.internal_name},
+                                 {"projection", projectionName(view)},
+                                 {"shown_on_opening", int(i) == model.source.default_view}});
+            }
+            entry["views"] = std::move(views);
         }
         entry["subtype"] = model.source.declared_subtype;
         entry["bytes"] = model.stream_bytes;
