@@ -10,52 +10,37 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 namespace {
 
 std::wstring widen(const std::string& text, UINT codePage) {
-    if (text.empty()) return std::wstring();
-    const int length = MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(codePage, 0, text.data(), static_cast<int>(text.size()), wide.data(), length);
+    std::wstring wide(text.size(), L'\0');  // never more UTF-16 units than bytes
+    wide.resize(size_t(MultiByteToWideChar(codePage, 0, text.data(), int(text.size()), wide.data(), int(wide.size()))));
     return wide;
-}
-
-bool readFile(const char* path, std::string& out) {
-    FILE* file = std::fopen(path, "rb");
-    if (file == nullptr) return false;
-    char buffer[4096];
-    size_t n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, file)) > 0) out.append(buffer, n);
-    std::fclose(file);
-    return true;
 }
 
 // The child can only receive handles that are inheritable; the standard
 // handles that wine hands to this program need not be.
 HANDLE inheritable(HANDLE handle) {
     HANDLE copy = nullptr;
-    if (handle == nullptr || handle == INVALID_HANDLE_VALUE) return nullptr;
-    if (!DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(), &copy, 0, TRUE,
-                         DUPLICATE_SAME_ACCESS)) {
+    if (handle == nullptr || handle == INVALID_HANDLE_VALUE ||
+        !DuplicateHandle(GetCurrentProcess(), handle, GetCurrentProcess(), &copy, 0, TRUE, DUPLICATE_SAME_ACCESS))
         return nullptr;
-    }
     return copy;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3 || argc > 4) {
-        std::fprintf(stderr, "usage: launch PROGRAM LINE-FILE [closed-stdout | no-stdout]\n");
+    std::ifstream in(argc >= 3 && argc <= 4 ? argv[2] : "", std::ios::binary);
+    if (!in) {
+        std::fprintf(stderr, "usage: launch PROGRAM LINE-FILE [closed-stdout | no-stdout] (a readable LINE-FILE)\n");
         return 120;
     }
-    std::string line;
-    if (!readFile(argv[2], line)) {
-        std::fprintf(stderr, "launch: cannot read %s\n", argv[2]);
-        return 121;
-    }
+    const std::string line{std::istreambuf_iterator<char>(in), {}};
     const std::wstring program = widen(argv[1], CP_ACP);
     std::wstring commandLine = widen(line, CP_UTF8);
 
@@ -65,21 +50,19 @@ int main(int argc, char** argv) {
     startup.hStdInput = inheritable(GetStdHandle(STD_INPUT_HANDLE));
     startup.hStdError = inheritable(GetStdHandle(STD_ERROR_HANDLE));
     const std::string stdoutMode = argc == 4 ? argv[3] : "";
-    if (stdoutMode == "no-stdout") {
-        startup.hStdOutput = nullptr;
-    } else if (stdoutMode == "closed-stdout") {
+    if (stdoutMode == "closed-stdout") {
         SECURITY_ATTRIBUTES attributes{sizeof attributes, nullptr, TRUE};
         HANDLE readEnd = nullptr;
         if (!CreatePipe(&readEnd, &startup.hStdOutput, &attributes, 0)) return 122;
         CloseHandle(readEnd);
-    } else {
+    } else if (stdoutMode != "no-stdout") {
         startup.hStdOutput = inheritable(GetStdHandle(STD_OUTPUT_HANDLE));
     }
 
     PROCESS_INFORMATION process{};
     // CreateProcessW may write into the command line; the string owns its buffer.
-    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                        &startup, &process)) {
+    if (!CreateProcessW(program.c_str(), commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &process)) {
         std::fprintf(stderr, "launch: cannot start %s (error %lu)\n", argv[1], GetLastError());
         return 123;
     }

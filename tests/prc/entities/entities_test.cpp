@@ -1,10 +1,12 @@
-// Entities read back from what the test writers wrote (each must be read to
-// its last bit, and a hostile type code, value or count anywhere must fail
-// with its own message).
+// Entities built bit by bit where the real files of the test data cannot
+// reach: lights, leaders, annotation references, attributes of every kind,
+// texture transformations, direction items, at both sides of each version
+// test; every refused type code or value with its message; the nesting bounds.
 
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -12,15 +14,31 @@
 #include "prc/entities/globals.h"
 #include "prc/entities/representation_item.h"
 #include "prc/entities/scene_entities.h"
-#include "tests/support/prc_entity_writer.h"
+#include "tests/support/prc_bit_writer.h"
 
 namespace prc::test {
 namespace {
 
-// 8137 is the last version without the count after every Graphics block;
-// 0xFFFFFFFF stands for a file structure without a readable head.
-constexpr uint32_t kOld = 8137, kNew = 0xFFFFFFFF;
 using ReadFn = std::function<void(PRCBitReader&)>;
+
+// Blank-separated tokens: b<bit>, u<n> an UnsignedInteger, i<n> an Integer,
+// c<n> a Character, s<text> a String, d<n> n Doubles (0.5, 1.5, ...).
+PRCBitWriter bits(const std::string& layout) {
+    PRCBitWriter w;
+    std::istringstream in(layout);
+    for (std::string t; in >> t;) {
+        const long n = t[0] == 's' ? 0 : std::stol(t.substr(1));
+        switch (t[0]) {
+            case 'b': w.writeBit(n != 0); break;
+            case 'u': w.writeUnsignedInteger(uint32_t(n)); break;
+            case 'i': w.writeInteger(int32_t(n)); break;
+            case 'c': w.writeCharacter(uint8_t(n)); break;
+            case 's': w.writeString(t.substr(1)); break;
+            default: for (long i = 0; i < n; ++i) w.writeDouble(0.5 + double(i));
+        }
+    }
+    return w;
+}
 
 // The message of the failure of `read`, or "" once it has stopped exactly
 // after the last bit written.
@@ -35,219 +53,118 @@ std::string readBack(const PRCBitWriter& w, uint32_t version, const ReadFn& read
     return "";
 }
 
-const Matrix4 kPlacement{0, -1, 0, 5, 1, 0, 0, 6, 0, 0, 2, 7, 0, 0, 0, 1};
+constexpr uint32_t kV = 8137;  // the graphics blocks below have no count after them
+const std::string base = " u0 b1 u1 u2 u3 ";   // no attributes, the current name, three identifiers
+const std::string head = base + "b1 ";         // and the current graphics
+const std::string item = head + "u0 u0 ";      // a representation item's: no local system, no tessellation
+const std::string ref = " u205 u5 b1 u99 ";    // a reference within this file structure
+const std::string plane = " u86 b1 u0 b0 splane u7 u0 c127 d28 ";  // with base, every bit of its layout
+// A globals section up to its texture definitions: no schema, no referenced
+// file structure, no font, one colour, no picture.
+const std::string globals = "u0 u303 u0 b1 u0 d2 b0 u0 u1 d3 u0 ";
 
-// A set of one item of each kind, each with its optional parts when `flag`.
-RepresentationItemFields everyItem(bool flag) {
-    RepresentationItemFields set{.type = 239, .tessellation_plus_one = 99, .flag = flag};
-    for (uint32_t type = 232; type <= 240; ++type)
-        set.items.push_back({.type = type, .style_plus_one = type - 200, .system_plus_one = 1,
-                             .tessellation_plus_one = type, .flag = flag, .matrix = kPlacement});
-    set.items[7].items = {{.tessellation_plus_one = 7}};
-    set.items.push_back({.type = 0});
-    return set;
+// A directional light has one more Double from 8030; scene display
+// parameters end with a Boolean above 8136.
+std::string scene(uint32_t v) {
+    const std::string light = base + "u1 u2 u3 ";
+    return "u741" + base + "b1 u4 u731" + light + "u732" + light + "d6 u733" + light + (v >= 8030 ? "d4" : "d3") +
+           " u734" + light + "d11 b1 u742" + base + "b1 d15 b1 d3 u1" + plane + "u1 u2 u1 u3 u4" +
+           (v > 8136 ? " b1" : "");
 }
 
-const GlobalsFields kKeptTables{
-    .colors = {{1, 0, 0}, {0, 0.5, 1}, {0.25, 0.75, 2}},
-    .materials = {{.colors = {1, 2, 0, 3}, .values = {0.5, 0.25, 0.75, 0, 2}},
-                  {.type = 711, .material_plus_one = 1},   // an earlier material: a copy of it
-                  {.type = 711, .material_plus_one = 0},   // none
-                  {.type = 711, .material_plus_one = 4}},  // itself, not read yet
-    .styles = {{.line_width = 0.25}, {.is_material = true, .color_material_plus_one = 2}, StyleFields::color(1)},
-    .reference_coordinate_systems = {{.type = 240, .matrix = kPlacement}, {.style_plus_one = 9},
-                                     {.type = 239, .items = {{}}}}};
-
-// Every whole entity the writers make, with its reader.
-const struct {
-    std::function<void(PRCBitWriter&, uint32_t)> write;
-    ReadFn read;
-} kWholes[] = {
-    {writeView, readView},
-    {writeMarkups, readMarkups},
-    {[](PRCBitWriter& w, uint32_t v) { writeRepresentationItem(w, v, everyItem(true)); },
-     [](PRCBitReader& r) { readRepresentationItem(r); }},
-    {[](PRCBitWriter& w, uint32_t v) { writeGlobals(w, v, kKeptTables); },
-     [](PRCBitReader& r) { readFileStructureGlobals(r); }},
-};
-
-// The failure when `slot` holds `value` in the first whole that has the slot.
-// The last byte is filled with 1 bits: they cannot complete one more entry of
-// any list, while zero bits would read as a type code 0 and fail otherwise.
-std::string tampered(const std::string& slot, uint32_t value) {
-    for (const auto& whole : kWholes) {
-        PRCBitWriter w;
-        if (!writeTampered(w, slot, value, [&](PRCBitWriter& w) { whole.write(w, kNew); })) continue;
-        while (w.bitCount() % 8 != 0) w.writeBit(true);
-        return readBack(w, kNew, whole.read);
-    }
-    return slot + " never written";
+// Texture definitions of each dimension (one wrapping mode per dimension
+// beyond the first), with and without their optional parts, then the
+// transformation `tail` (the behaviour bytes take each branch: 0x23
+// translation and non-orthogonal axes over rotation, 0x1A rotation and
+// non-uniform over uniform scale, 0x4D translation, uniform scale, homogeneous).
+std::string texture(int dimension, bool rich, const std::string& tail) {
+    return " u712" + base + "u1 c" + std::to_string(dimension) + " i0 u0 u2 d2 u3 c1 c2 c3 " +
+           (rich ? "i3 d4 i4 i-4 i0 c2 i9 d1 " : "i0 i0 i0 c0 ") + "i0" + (dimension > 1 ? " i1" : "") +
+           (dimension > 2 ? " i2" : "") + tail;
 }
 
-TEST(Entities, WholesReadExactlyAtEveryVersionBoundary) {
-    // A directional light has one more Double from 8030, scene display
-    // parameters end with a Boolean above 8136, graphics carry a count above 8137.
-    for (uint32_t version : {8029u, 8030u, 8136u, kOld, kNew})
-        for (const auto& whole : kWholes) {
-            PRCBitWriter w;
-            whole.write(w, version);
-            EXPECT_EQ(readBack(w, version, whole.read), "") << version;
-        }
-}
-
-TEST(Entities, TamperedTypeCodesAndValues) {
-    // {slot, value, the type code expected there}; the first leader linked
-    // holds only its second end.
-    const std::tuple<const char*, uint32_t, uint32_t> wrong_types[] = {
-        {"PRCAttribute", 202, 201}, {"PRCView", 500, 501}, {"View.annotations", 206, 205},
-        {"View.linked_items", 206, 205}, {"PRCSurfacePlane", 85, 86}, {"PRCSceneDisplayParameters", 740, 741},
-        {"PRCCamera", 743, 742}, {"PRCFilter", 321, 320}, {"PRCEntityReference", 204, 203},
-        {"PRCMarkupLinkedItem", 205, 204}, {"PRCLeader", 502, 503}, {"Leader.second_linked_item", 206, 205},
-        {"Leader.first_linked_item", 206, 205}, {"PRCMarkup", 503, 502}, {"Markup.linked_items", 206, 205},
-        {"Markup.leaders", 206, 205}, {"AnnotationItem.markup", 204, 205},
-        {"AnnotationReference.linked_items", 206, 205}, {"FileStructureGlobals", 302, 303}, {"PRCPicture", 702, 703},
-        {"PRCTextureDefinition", 711, 712}, {"PRCTextureTransformation", 712, 713}, {"PRCLinePattern", 722, 721},
-        {"PRCStyle", 702, 701},
+TEST(Entities, ReadToTheLastBit) {
+    PRCGlobals g;
+    const ReadFn readGlobals = [&](PRCBitReader& r) {
+        r.current_name = "stale";  // reading starts from a fresh state
+        g = readFileStructureGlobals(r);
+        EXPECT_EQ(r.current_name, "");
     };
-    for (const auto& [slot, value, expected] : wrong_types)
-        EXPECT_EQ(tampered(slot, value), "unexpected type for " + std::string(slot) + ": expected " +
-                                             std::to_string(expected) + ", got " + std::to_string(value));
-    const std::tuple<const char*, uint32_t, const char*> cases[] = {
-        {"AttributeKey.type", 6, "readSingleAttribute: unhandled attribute type 6"},
-        {"Light", 730, "readLight: tipo inatteso 730"},
-        {"Light", 735, "readLight: tipo inatteso 735"},
-        {"EntityReference.reference", 207, "readEntityReference: unknown reference type"},
-        {"LinkedItem.reference", 207, "ReferenceData: unknown type"},
-        {"AnnotationEntity", 507, "readAnnotationEntity: unknown type 507"},
-        {"RepresentationItem", 231, "readRepresentationItem: unhandled type (231)"},
-        {"RepresentationItem", 241, "readRepresentationItem: unhandled type (241)"},
-        {"Transformation", 203, "readTransformation3d: unknown transformation type"},
-        {"TextureDefinition.mapping_operator", 3,
+    const std::string materials = " u4 u702" + base + "u1 u2 u3 u4 d5 u711" + base + "u1 u1 u2 u3 u711" + base +
+                                  "u0 u1 u2 u3 u711" + base + "u4 u1 u2 u3 ";  // a copy, none, itself (not read yet)
+    const std::tuple<ReadFn, uint32_t, std::string> cases[] = {
+        {readSceneDisplayParameters, 8029, scene(8029)}, {readSceneDisplayParameters, 8030, scene(8030)},
+        {readSceneDisplayParameters, 8136, scene(8136)}, {readSceneDisplayParameters, kV, scene(kV)},
+        // Two leaders (both ends linked, none), a set holding an item and a reference.
+        {readMarkups, kV, "u0 u2 u503" + head + "b1" + ref + "b1" + ref + "u0 u0 u503" + head + "b0 b0 u0 u0 u0 u1 u505" +
+                              head + "u2 u504" + head + ref + "u0 u506" + head + "u2" + ref + ref + "u0 u0"},
+        {readAttributes, kV, "u2 u201 b0 stitle u6 b0 sk u0 b1 u1 u1 i-300 b0 sk u2 d1 b1 u3 u3 i7 b0 sk u4 svalue "
+                             "b1 u5 u5 i-1 u70000 u201 b1 u12 u0"},
+        {[](PRCBitReader& r) { readRepresentationItem(r); }, kV,
+         "u239" + item + "u4 u234" + item + "b1 d6 u0 u234" + item + "b0 d3 u0 u238" + item + "u0 u0 u0"},
+        {readGlobals, kV, globals + "u5" + texture(1, false, " b0") + texture(2, true, " b1 u713 b1 b0 b0") +
+                              texture(3, false, " b1 u713 b1 b0 b1 c35 d6") + texture(1, true, " b1 u713 b1 b0 b1 c26 d4") +
+                              texture(2, false, " b1 u713 b1 b0 b1 c77 d6") + materials + "u0 u0 u0 u0 u0"},
+    };
+    for (const auto& [read, version, layout] : cases) EXPECT_EQ(readBack(bits(layout), version, read), "") << layout;
+    ASSERT_EQ(g.materials.size(), 4u);
+    EXPECT_EQ(std::tuple(g.materials[1].diffuse, g.materials[1].specular_alpha, g.materials[2].diffuse,
+                         g.materials[3].diffuse), std::tuple(int64_t(1), 4.5, int64_t(-1), int64_t(-1)));
+
+    // Every bit of a cartesian transformation, distinct values everywhere:
+    // non-orthogonal axes win over the rotation (Z read, nothing normalised),
+    // both scales multiply, homogeneous terms are consumed and leave row 3.
+    PRCBitWriter w = bits("u202 c255");
+    for (double d : std::initializer_list<double>{10, 20, 30, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0.5, 0.25, 2, 4, 0.25, 0.5, 0.75, 3}) w.writeDouble(d);
+    Matrix4 m{};
+    EXPECT_EQ(readBack(w, kV, [&](PRCBitReader& r) { m = readTransformation3d(r); }), "");
+    EXPECT_EQ(m, (Matrix4{2, 4, 56, 10, 4, 5, 64, 20, 6, 6, 72, 30, 0, 0, 0, 1}));
+}
+
+TEST(Entities, RefusedTypeCodesAndValues) {
+    const auto emptyBase = [](PRCBitReader& r) { r.current_name = "A", readEmptyContentPRCBase(r); };
+    const auto globalsOf = [](PRCBitReader& r) { readFileStructureGlobals(r); };
+    const std::tuple<ReadFn, std::string, std::string> cases[] = {
+        {readAttributes, "u1 u202", "unexpected type for PRCAttribute: expected 201, got 202"},
+        {readAttributes, "u1 u201 b1 u1 u1 b1 u1 u6", "readSingleAttribute: unhandled attribute type 6"},
+        {readLight, "u730", "readLight: tipo inatteso 730"},
+        {readLight, "u735", "readLight: tipo inatteso 735"},
+        {readEntityReference, "u203" + head + "u0 b1 u207", "readEntityReference: unknown reference type"},
+        {readMarkupLinkedItem, "u204" + head + "u0 b1 u207", "ReferenceData: unknown type"},
+        {readAnnotationEntity, "u507", "readAnnotationEntity: unknown type 507"},
+        {[](PRCBitReader& r) { readRepresentationItem(r); }, "u231", "readRepresentationItem: unhandled type (231)"},
+        {[](PRCBitReader& r) { readRepresentationItem(r); }, "u241", "readRepresentationItem: unhandled type (241)"},
+        {[](PRCBitReader& r) { readTransformation3d(r); }, "u203", "readTransformation3d: unknown transformation type"},
+        {globalsOf, globals + "u1 u712" + base + "u1 c1 i3",
          "readTextureDefinition: unhandled texture mapping operator (never seen in real files)"},
-        {"Material", 703, "readMaterial: unexpected material type: 703"},
-        {"Globals.fill_patterns", 1, "readFileStructureGlobals: unhandled fill patterns (no reference)"},
+        {globalsOf, globals + "u0 u1 u703", "readMaterial: unexpected material type: 703"},
+        {globalsOf, globals + "u0 u0 u0 u0 u1", "readFileStructureGlobals: unhandled fill patterns (no reference)"},
+        {emptyBase, "u1", "readEmptyContentPRCBase: unexpected attributes (non-empty section?)"},
+        {emptyBase, "u0 b1", "readEmptyContentPRCBase: unexpected name (non-empty section?)"},
     };
-    for (const auto& [slot, value, message] : cases) EXPECT_EQ(tampered(slot, value), message) << slot;
-}
-
-TEST(Entities, HostileCountsRunOutOfData) {
-    for (const auto& whole : kWholes) {
-        PRCBitWriter w;
-        whole.write(w, kNew);
-    }
-    for (const std::string& slot : slotsWritten()) {
-        if (!slot.ends_with('#')) continue;  // the counts are the slots named with '#'
-        EXPECT_EQ(tampered(slot, 4000000000u), "PRCBitReader: read past end") << slot;
-    }
+    for (const auto& [read, layout, message] : cases) EXPECT_EQ(readBack(bits(layout), kV, read), message) << layout;
 }
 
 TEST(Entities, NestingIsBounded) {
     // The limit counts every level, sets and the innermost entry; a chain far
     // deeper than any stack could follow fails the same way.
-    const std::tuple<ReadFn, int, const char*, const char*, const char*> cases[] = {
-        {[](PRCBitReader& r) { readRepresentationItem(r); }, kMaxRepresentationItemDepth, "u239 rhead u0 u0 u1",
-         "u237 rhead u0 u0 b1 user", "readRepresentationItem: sets nested too deeply"},
-        {readAnnotationEntity, kMaxAnnotationDepth, "u505 rhead u1", "u504 rhead ref:AnnotationItem.markup user",
+    const std::tuple<ReadFn, int, std::string, std::string, const char*> cases[] = {
+        {[](PRCBitReader& r) { readRepresentationItem(r); }, kMaxRepresentationItemDepth, "u239" + item + "u1",
+         "u237" + item + "b1 u0", "readRepresentationItem: sets nested too deeply"},
+        {readAnnotationEntity, kMaxAnnotationDepth, "u505" + head + "u1", "u504" + head + ref + "u0",
          "readAnnotationEntity: annotation sets nested too deeply"}};
     for (const auto& [read, limit, set, inner, message] : cases) {
         const auto nest = [&](int sets) {
-            PRCBitWriter w;
-            for (int i = 0; i < sets; ++i) put(w, kOld, set);
-            put(w, kOld, inner);
-            for (int i = 0; i < sets; ++i) put(w, kOld, "user");
-            return readBack(w, kOld, read);
+            std::string layout;
+            for (int i = 0; i < sets; ++i) layout += set + " ";
+            layout += inner;
+            for (int i = 0; i < sets; ++i) layout += " u0";
+            return readBack(bits(layout), kV, read);
         };
         EXPECT_EQ(nest(limit - 1), "");
         EXPECT_EQ(nest(limit), message);
         EXPECT_EQ(nest(100000), message);
     }
-}
-
-TEST(EntityFraming, EmptyBaseRefusesAttributesAndAReusedName) {
-    for (const auto& [layout, message] :
-         {std::pair{"Attributes#=1", "readEmptyContentPRCBase: unexpected attributes (non-empty section?)"},
-          std::pair{"Attributes#=0 b1", "readEmptyContentPRCBase: unexpected name (non-empty section?)"}}) {
-        PRCBitWriter w;
-        put(w, kOld, layout);
-        const ReadFn read = [](PRCBitReader& r) { r.current_name = "A"; readEmptyContentPRCBase(r); };
-        EXPECT_EQ(readBack(w, kOld, read), message);
-    }
-}
-
-Matrix4 transformation(const std::string& layout, std::initializer_list<double> values) {
-    PRCBitWriter w;
-    put(w, kOld, layout);
-    for (double d : values) w.writeDouble(d);
-    Matrix4 m{};
-    EXPECT_EQ(readBack(w, kOld, [&](PRCBitReader& r) { m = readTransformation3d(r); }), "");
-    return m;
-}
-
-TEST(Transformation, CartesianAndGeneral) {
-    EXPECT_EQ(transformation("u202 c0", {}), kIdentityMatrix);
-    // Rotation: Z = X x Y.
-    EXPECT_EQ(transformation("u202 c2", {0, 1, 0, -1, 0, 0}),
-              (Matrix4{0, -1, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}));
-    // Every bit, distinct values everywhere so that a swapped read shows:
-    // non-orthogonal axes win over the rotation (Z read, nothing normalised),
-    // both scales multiply, homogeneous terms are consumed and leave row 3,
-    // 0x04 and 0x80 carry nothing.
-    EXPECT_EQ(transformation("u202 c255", {10, 20, 30, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0.5, 0.25, 2, 4, 0.25, 0.5, 0.75, 3}),
-              (Matrix4{2, 4, 56, 10, 4, 5, 64, 20, 6, 6, 72, 30, 0, 0, 0, 1}));
-    // Stored column after column; row 3 as stored.
-    EXPECT_EQ(transformation("u207", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16}),
-              (Matrix4{1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, 4, 8, 12, 16}));
-}
-
-TEST(RepresentationItem, EveryKindKeepsItsHeadInOrder) {
-    for (uint32_t version : {kOld, kNew})
-        for (bool flag : {false, true}) {
-            PRCBitWriter w;
-            writeRepresentationItem(w, version, everyItem(flag));
-            PRCRepresentationItem set;
-            EXPECT_EQ(readBack(w, version, [&](PRCBitReader& r) { set = readRepresentationItem(r); }), "");
-            EXPECT_EQ(set.index_tessellation, 98);
-            ASSERT_EQ(set.items.size(), 10u);
-            for (uint32_t type = 232; type <= 240; ++type) {  // only a coordinate system has a matrix
-                const PRCRepresentationItem& i = set.items[type - 232];
-                EXPECT_EQ(std::tuple(i.type, i.index_local_coordinate_system, i.index_tessellation, i.line_style_index),
-                          std::tuple(type, int64_t(0), int64_t(type) - 1, type - 201));
-                EXPECT_EQ(i.transformation, type == 240 ? kPlacement : kIdentityMatrix) << type;
-            }
-            ASSERT_EQ(set.items[7].items.size(), 1u);
-            EXPECT_EQ(set.items[7].items[0].index_tessellation, 6);
-            EXPECT_EQ(set.items[9].index_tessellation, -1);  // an empty slot: its type code alone
-        }
-}
-
-TEST(Globals, KeptTables) {
-    PRCBitWriter w;
-    writeGlobals(w, kOld, kKeptTables);
-    PRCGlobals g;
-    // Reading starts from a fresh state: the reused names find the empty one.
-    const ReadFn read = [&](PRCBitReader& r) {
-        r.current_name = "stale";
-        g = readFileStructureGlobals(r);
-        EXPECT_EQ(r.current_name, "");
-    };
-    EXPECT_EQ(readBack(w, kOld, read), "");
-    EXPECT_EQ(g.schema_entity_types, (std::vector<uint32_t>{310, 311}));
-    ASSERT_EQ(g.colors.size(), 3u);
-    EXPECT_EQ((Vec3{g.colors[2].red, g.colors[2].green, g.colors[2].blue}), (Vec3{0.25, 0.75, 2}));  // not clamped
-    ASSERT_EQ(g.materials.size(), 4u);
-    const PRCMaterial& m = g.materials[1];  // a copy of the first
-    EXPECT_EQ((std::array<int64_t, 4>{m.ambient, m.diffuse, m.emissive, m.specular}),
-              (std::array<int64_t, 4>{0, 1, -1, 2}));
-    EXPECT_EQ((std::array{m.shininess, m.ambient_alpha, m.diffuse_alpha, m.emissive_alpha, m.specular_alpha}),
-              (std::array{0.5, 0.25, 0.75, 0.0, 2.0}));
-    for (const PRCMaterial& fallback : {g.materials[2], g.materials[3]})
-        EXPECT_EQ(std::pair(fallback.diffuse, fallback.specular_alpha), std::pair(int64_t(-1), 1.0));
-    ASSERT_EQ(g.styles.size(), 3u);
-    EXPECT_EQ(std::tuple(g.styles[0].line_width, g.styles[0].color_material_index), std::tuple(0.25, int64_t(-1)));
-    EXPECT_EQ(std::pair(g.styles[1].is_material, g.styles[1].color_material_index), std::pair(true, int64_t(1)));
-    EXPECT_EQ(std::pair(g.styles[2].is_material, g.styles[2].color_material_index), std::pair(false, int64_t(0)));
-    // Any item other than a coordinate system (a set of one included) gives the identity.
-    EXPECT_EQ(g.reference_coordinate_systems, (std::vector<Matrix4>{kPlacement, kIdentityMatrix, kIdentityMatrix}));
 }
 
 }  // namespace

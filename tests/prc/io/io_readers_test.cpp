@@ -107,9 +107,7 @@ TEST(BitReader, MantissaReferenceCodes) {
     EXPECT_EQ(errorOf([&] { Stream("0011010001110100").r.readDouble(); }), kPastEnd);
 }
 
-TEST(BitReader, StringsGraphicsAndColors) {
-    Stream absent("0 1"), empty("1 0 1");
-    EXPECT_EQ((absent.r.readString(), absent.r.bitIndex()) + (empty.r.readString(), empty.r.bitIndex()), 1u + 2);
+TEST(BitReader, GraphicsAndColors) {
     // Graphics: layer 3 (stored 4), style none (stored 0), behaviour 0x1234
     // low byte first; then the pairs (1,2), (0,255), only in versions above 8137.
     for (uint32_t version : {8137u, 8138u, 0xFFFFFFFFu}) {
@@ -291,14 +289,8 @@ std::vector<uint8_t> header(uint32_t structures, std::initializer_list<uint32_t>
     return b;
 }
 
-PRCHeader parse(const std::vector<uint8_t>& b) { return readPRCHeader(b.data(), b.size()); }
-
-TEST(PRCHeader, FieldsAndBounds) {
-    const PRCHeader h = parse(header(2, {100, 101, 102, 103, 7, 3, 111, 222, 333, 200, 0, 0, 0, 0, 0, 444, 555}));
-    EXPECT_EQ(std::tuple(h.minimal_version_for_read, h.authoring_version, h.first_file_identifier[3],
-                         h.second_file_identifier[0], h.file_structures[0].identifier[1], h.file_structures[0].reserved,
-                         h.file_structures[0].offsets[2], h.file_structures[1].offsets.size(), h.model_file_end),
-              std::tuple(8137u, 8138u, 13u, 20u, 101u, 7u, 333u, size_t(0), 555u));
+// The fields themselves are read from every file of the test data.
+TEST(PRCHeader, Bounds) {
     // 32 bytes after number_of_file_structures hold one offset-less descriptor
     // and the model range: 1 fits, 2 is refused. 3 offsets and the model range
     // after number_of_offsets: 5 passes the check and runs out, 6 is refused.
@@ -313,7 +305,7 @@ TEST(PRCHeader, FieldsAndBounds) {
         {header(1, {1, 2, 3, 4, 0, 6, 10, 20, 30, 5, 6}), offsets},
         {header(1, {1, 2, 3, 4, 0, 0xFFFFFFFF, 10, 20, 30, 5, 6}), offsets},
     };
-    for (const auto& [bytes, message] : cases) EXPECT_EQ(errorOf([&] { parse(bytes); }), message) << bytes.size();
+    for (const auto& [bytes, message] : cases) EXPECT_EQ(errorOf([&] { readPRCHeader(bytes.data(), bytes.size()); }), message) << bytes.size();
     // A file structure head: "PRC" and the two versions, 11 bytes.
     const uint8_t b[] = {'x', 'x', 'P', 'R', 'C', 0xB6, 0x1B, 0, 0, 0xEB, 0x3A, 0, 0, 'P', 'R', 'Z', 1, 2, 3, 4};
     EXPECT_EQ(readFileStructureHeader(b, 13, 2), uint64_t(15083) << 32 | 7094);
