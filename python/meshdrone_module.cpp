@@ -221,7 +221,7 @@ PYBIND11_MODULE(_meshdrone, m) {
             "parts",
             [](Model& model) {
                 if (!model.parts) model.parts = partsOf(model);
-                return model.parts;
+                return py::list(model.parts);  // a list of the caller's own
             },
             "The nodes of the product structure (list of Part), empty when it could not be followed.")
         .def_property_readonly("minimal_version_for_read", [](const Model& model) { return (*model).minimal_version_for_read; })
