@@ -7,6 +7,10 @@ packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgtest-dev libgmock-dev 
 # meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on), its command
 # line; assimp reads the exported files back in its tests.
 packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev libcli11-dev assimp-utils)
+# The Python module and its tests, for the system's python3.
+packages+=(python3-dev pybind11-dev python3-numpy python3-pytest)
+# trimesh for Model.to_trimesh, where the distribution has it (Debian 13 on).
+apt-cache show python3-trimesh >/dev/null 2>&1 && packages+=(python3-trimesh)
 packages+=("$@")
 
 # The Khronos glTF validator, which the extract tests run on every glTF file

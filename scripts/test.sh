@@ -33,6 +33,22 @@ run_suite() {  # build-dir, extra cmake flags...
 
 echo "== optimised build"
 run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+echo "== Python module (pytest, against the optimised build)"
+python=$(sed -n 's/^Python_EXECUTABLE:[A-Z]*=//p' build/CMakeCache.txt)
+python_log=$(mktemp)
+set +e
+PYTHONPATH=build/python PYTHONDONTWRITEBYTECODE=1 "${python:-/usr/bin/python3}" -m pytest -q -p no:cacheprovider \
+  python/tests 2>&1 | tee "$python_log"
+python_rc=${PIPESTATUS[0]}
+set -e
+python_summary=$(tail -1 "$python_log")  # "1 failed, 8 passed, 1 skipped in 0.52s"
+python_pass=$(grep -oE '[0-9]+ passed' <<<"$python_summary" | cut -d' ' -f1)
+python_fail=$(grep -oE '[0-9]+ (failed|error)' <<<"$python_summary" | awk '{s += $1} END {print s + 0}')
+[ "$python_rc" -eq 0 ] || [ "$python_fail" -ne 0 ] || python_fail=1
+total_pass=$((total_pass + ${python_pass:-0}))
+total_fail=$((total_fail + python_fail))
+rm -f "$python_log"
+
 echo "== sanitizer build (ASan + UBSan)"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DMESHDRONE_SANITIZE=ON -DMESHDRONE_BUILD_BENCH=OFF

@@ -11,13 +11,6 @@
 
 namespace {
 
-const char* const kUsageMessage = "uso interno: meshdrone <file>";
-const char* const kOpenFailedMessage = "impossibile aprire il file temporaneo con i dati PRC";
-const char* const kEmptyInputMessage = "il flusso /3DD e' vuoto: non c'e' nessun modello da leggere";
-const char* const kOutOfMemoryMessage = "memoria insufficiente per leggere il flusso /3DD";
-const char* const kShortReadMessage = "lettura incompleta del file temporaneo con i dati del modello";
-const char* const kTooLargeMessage = "il modello e' troppo grande per l'anteprima (oltre il limite di 256 MiB)";
-
 // The file size as a signed 32-bit value, where the Windows runtime's ftell
 // reports a size beyond its range as -1 (a long is 32 bits there); a longer
 // long elsewhere must not let such a file through.

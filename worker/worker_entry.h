@@ -9,6 +9,18 @@
 
 #include "worker/decoded_model.h"
 
+// The messages of the error records. The library reports the same failures
+// with the same texts, so they are declared here for both; as arrays they
+// have one address in the whole program, so that the pointer readInputFile
+// returns tells which failure it was.
+inline constexpr char kUsageMessage[] = "uso interno: meshdrone <file>";
+inline constexpr char kOpenFailedMessage[] = "impossibile aprire il file temporaneo con i dati PRC";
+inline constexpr char kEmptyInputMessage[] = "il flusso /3DD e' vuoto: non c'e' nessun modello da leggere";
+inline constexpr char kOutOfMemoryMessage[] = "memoria insufficiente per leggere il flusso /3DD";
+inline constexpr char kShortReadMessage[] = "lettura incompleta del file temporaneo con i dati del modello";
+inline constexpr char kTooLargeMessage[] =
+    "il modello e' troppo grande per l'anteprima (oltre il limite di 256 MiB)";
+
 // The input file path of a command line that names the program and exactly
 // one file; nothing for a blank line or any other argument count.
 std::optional<std::wstring> inputPathArgument(const wchar_t* commandLine);

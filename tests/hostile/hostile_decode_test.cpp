@@ -1,4 +1,4 @@
-// Hostile files through the decode driver: each ends in the answer that the
+// Hostile files through the C interface and the decode driver: each ends in the answer that the
 // bounds prescribe, within a bounded amount of memory.
 
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "meshdrone/meshdrone.h"
 #include "model/assembly.h"
 #include "prc/io/inflate_section.h"
 #include "tests/hostile/hostile_files.h"
@@ -71,13 +72,14 @@ void freeModel(DecodedModel& m) {
     std::free(m.positions), std::free(m.triangles), std::free(m.colors), std::free(m.part_records);
 }
 
+// Through the C interface, which answers as the worker does.
 TEST(HostileFiles, EachEndsInItsAnswerWithBoundedMemory) {
     for (const HostileCase& c : hostileCases()) {
         SCOPED_TRACE(c.name);
-        DecodedModel model{};
+        meshdrone_model* model = nullptr;
         const uint64_t resident = resetResidentPeak();
         const size_t heap = resetPeak();
-        const bool decoded = decodePrcModel(c.file.data(), c.file.size(), &model);
+        const meshdrone_result result = meshdrone_decode(c.file.data(), c.file.size(), &model);
         // A reservation capped by the bits left of a section with the filler
         // costs a few megabytes, 200,000 nodes some tens; the instancing fills
         // the mesh with 20,000,000 triangles (240 MB of indices) as it grows.
@@ -85,14 +87,13 @@ TEST(HostileFiles, EachEndsInItsAnswerWithBoundedMemory) {
         // The bomb: the growth rule's largest buffer, just under 1 GiB.
         EXPECT_LE(residentPeak() - resident, 2 * kInflateSafetyLimit + (uint64_t(64) << 20));
         if (c.records < 0) {
-            EXPECT_FALSE(decoded);
-            EXPECT_EQ(model.outcome, kOutcomeNoGeometry);
+            EXPECT_EQ(result, MESHDRONE_NO_GEOMETRY);
         } else {
-            EXPECT_TRUE(decoded);
-            EXPECT_EQ(model.part_count, uint32_t(c.records));
-            EXPECT_EQ(model.triangle_count, c.triangles);
+            ASSERT_EQ(result, MESHDRONE_OK);
+            EXPECT_EQ(model->part_count, uint32_t(c.records));
+            EXPECT_EQ(model->triangle_count, c.triangles);
         }
-        freeModel(model);
+        meshdrone_free(model);
     }
 }
 
