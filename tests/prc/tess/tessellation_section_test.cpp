@@ -208,29 +208,5 @@ TEST(ReadFileStructureTessellation, AFailingOrUnknownTessellationEndsTheSectionQ
 
 // Every prefix of a valid section yields a prefix of the full result, and
 // never reads past its own end.
-TEST(ReadFileStructureTessellation, EveryPrefixYieldsAPrefixOfTheResult) {
-    const std::vector<uint8_t> section = tessellationSection(mixedTessellations(kNewest));
-    const SectionResult full = readSection(section, kNewest);
-    size_t head_failures = 0;
-    for (size_t length = 0; length <= section.size(); ++length) {
-        SectionResult part;
-        try {
-            part = readSection(section, kNewest, length);
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(e.what(), "PRCBitReader: read past end");
-            ++head_failures;
-            continue;
-        }
-        ASSERT_LE(part.refs.size(), full.refs.size());
-        for (size_t i = 0; i < part.refs.size(); ++i) EXPECT_EQ(part.refs[i].kind, full.refs[i].kind);
-        ASSERT_LE(part.tessellations.size(), full.tessellations.size());
-        for (size_t i = 0; i < part.tessellations.size(); ++i)
-            EXPECT_EQ(part.tessellations[i].triangulated_indices, full.tessellations[i].triangulated_indices);
-        EXPECT_LE(part.compressed.size(), full.compressed.size());
-    }
-    EXPECT_EQ(readSection(section, kNewest).refs.size(), 5u);
-    EXPECT_LE(head_failures, 4u);  // only the bytes of the head
-}
-
 }  // namespace
 }  // namespace prc::test
