@@ -250,8 +250,4 @@ double acosDoubleDouble(double x) {
     return evaluateDoubleDouble(reduce(x));
 }
 
-DoubleDouble piDoubleDouble() { return kPi; }
-
-DoubleDouble sixAsinHalfFromSeries() { return mul(tables().entries[kEntries - 1].asin_a, 6.0); }
-
 }  // namespace prc

@@ -22,13 +22,9 @@ double acosCorrectlyRounded(double x);
 // the fast path falls back to, exposed so that tests can hold the two together.
 double acosDoubleDouble(double x);
 
-// pi and pi/2 as the unevaluated sums hi + lo used by the evaluation, and
-// 6 * asin(1/2) as computed from the power series that builds its tables:
-// the two must agree to about 2^-100 (tests hold them together).
+// An unevaluated sum hi + lo, about 106 bits of precision.
 struct DoubleDouble {
     double hi = 0.0, lo = 0.0;
 };
-DoubleDouble piDoubleDouble();
-DoubleDouble sixAsinHalfFromSeries();
 
 }  // namespace prc
