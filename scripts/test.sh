@@ -42,8 +42,8 @@ PYTHONPATH=build/python PYTHONDONTWRITEBYTECODE=1 "${python:-/usr/bin/python3}" 
 python_rc=${PIPESTATUS[0]}
 set -e
 python_summary=$(tail -1 "$python_log")  # "1 failed, 8 passed, 1 skipped in 0.52s"
-python_pass=$(grep -oE '[0-9]+ passed' <<<"$python_summary" | cut -d' ' -f1)
-python_fail=$(grep -oE '[0-9]+ (failed|error)' <<<"$python_summary" | awk '{s += $1} END {print s + 0}')
+python_pass=$({ grep -oE '[0-9]+ passed' <<<"$python_summary" || true; } | cut -d' ' -f1)
+python_fail=$({ grep -oE '[0-9]+ (failed|errors?)' <<<"$python_summary" || true; } | awk '{s += $1} END {print s + 0}')
 [ "$python_rc" -eq 0 ] || [ "$python_fail" -ne 0 ] || python_fail=1
 total_pass=$((total_pass + ${python_pass:-0}))
 total_fail=$((total_fail + python_fail))
