@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <string>
 
 #include "prc/tess/compressed_tess_mesh.h"
@@ -122,6 +123,16 @@ PRC3DTessCompressed normalRecord(uint8_t bits, std::vector<bool> data, std::vect
     r.normal_binary_data = std::move(data);
     r.normal_angle_array = std::move(angles);
     return r;
+}
+
+// The decoded normals only decide orientations, so a wrong term of the
+// series would show on real data only at a near tie: both branches of both
+// approximations against the library, to the series' own accuracy.
+TEST(CompressedTessNormals, SineAndCosineSeriesOnBothBranches) {
+    for (double x : {0.0, 0.1, 0.5, 0.78, 0.8, 1.2, 1.5707963267948966}) {
+        EXPECT_NEAR(sinApprox(x), std::sin(x), 4e-6) << x;
+        EXPECT_NEAR(cosApprox(x), std::cos(x), 4e-6) << x;
+    }
 }
 
 TEST(CompressedTessNormals, SingleNormalFaceDecodesOnce) {
