@@ -1,15 +1,18 @@
-// Element decoding speed of the bit reader and the compressed arrays, in
-// elements per second.
+// Element decoding speed of the bit reader, in elements per second, and of the
+// compressed arrays of real records, in triangles per second.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <random>
 
+#include "prc/entities/file_structure.h"
 #include "prc/io/bit_reader.h"
-#include "prc/io/compressed_arrays.h"
-#include "tests/support/prc_bit_writer.h"
+#include "prc/tess/tessellation_section.h"
+#include "tests/support/prc_builder.h"
 
 namespace {
 
@@ -87,55 +90,28 @@ void BM_Double(benchmark::State& state) {
 }
 BENCHMARK(BM_Double);
 
-// Edge statuses: 2-bit characters, heavily skewed.
-void BM_HuffmanCharacters(benchmark::State& state) {
-    std::mt19937 rng(4);
-    std::vector<uint8_t> values(1000000);
-    for (uint8_t& v : values) {
-        const uint32_t r = rng() % 100;
-        v = r < 70 ? 0 : r < 90 ? 1 : r < 97 ? 2 : 3;
-    }
-    PRCBitWriter w;
-    w.writeCharacterArray(values, true, true, 2);
+// The highly compressed tessellations of a real assembly: every array of
+// every record (Huffman-coded bit counts, edge statuses, normal angles,
+// styles), read from the inflated tessellation sections.
+void BM_CompressedRecords(benchmark::State& state) {
+    std::ifstream in(MESHDRONE_TEST_DATA "/913427806a00.prc", std::ios::binary);
+    const std::vector<uint8_t> file{std::istreambuf_iterator<char>(in), {}};
+    const prc::PRCHeader header = prc::readPRCHeader(file.data(), file.size());
+    std::vector<std::vector<uint8_t>> sections;
+    for (const prc::FileStructureDescriptor& fs : header.file_structures)
+        sections.push_back(prc::inflateFileSection(file.data(), file.size(), fs.offsets[3], fs.offsets[4]));
+    int64_t triangles = 0;
     for (auto _ : state) {
-        PRCBitReader r(w.bytes().data(), w.bytes().size(), 8137);
-        benchmark::DoNotOptimize(prc::readCharacterArray(r, 2, true, true, false));
+        triangles = 0;
+        for (const std::vector<uint8_t>& section : sections) {
+            std::vector<prc::PRC3DTessCompressed> records;
+            prc::readFileStructureTessellation(section.data(), section.size(), 0, 23306, records, nullptr);
+            for (const prc::PRC3DTessCompressed& record : records) triangles += int64_t(record.triangle_face_array.size());
+        }
     }
-    state.SetItemsProcessed(state.iterations() * int64_t(values.size()));
+    state.SetItemsProcessed(state.iterations() * triangles);
+    state.counters["triangles"] = double(triangles);
 }
-BENCHMARK(BM_HuffmanCharacters);
-
-// Quantised normal angles: 16-bit shorts over a wide alphabet, so that codes
-// run past the direct lookup.
-void BM_HuffmanShorts(benchmark::State& state) {
-    std::mt19937 rng(5);
-    std::normal_distribution<double> angle(32768, 3000);
-    std::vector<uint16_t> values(500000);
-    for (uint16_t& v : values) v = uint16_t(std::clamp(angle(rng), 0.0, 65535.0));
-    PRCBitWriter w;
-    w.writeShortArray(values, true, true, 16);
-    for (auto _ : state) {
-        PRCBitReader r(w.bytes().data(), w.bytes().size(), 8137);
-        benchmark::DoNotOptimize(prc::readShortArray(r, 16, true, true, false));
-    }
-    state.SetItemsProcessed(state.iterations() * int64_t(values.size()));
-}
-BENCHMARK(BM_HuffmanShorts);
-
-// Point deltas: Huffman-coded bit counts, then sign and magnitude bits.
-void BM_CompressedIntegers(benchmark::State& state) {
-    std::mt19937 rng(6);
-    std::geometric_distribution<int> magnitude(0.01);
-    std::vector<int32_t> values(500000);
-    for (int32_t& v : values) v = (rng() % 2 ? 1 : -1) * magnitude(rng);
-    PRCBitWriter w;
-    w.writeCompressedIntegerArray(values, true);
-    for (auto _ : state) {
-        PRCBitReader r(w.bytes().data(), w.bytes().size(), 8137);
-        benchmark::DoNotOptimize(prc::readCompressedIntegerArray(r));
-    }
-    state.SetItemsProcessed(state.iterations() * int64_t(values.size()));
-}
-BENCHMARK(BM_CompressedIntegers);
+BENCHMARK(BM_CompressedRecords)->Unit(benchmark::kMillisecond);
 
 }  // namespace

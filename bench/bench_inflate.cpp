@@ -11,7 +11,7 @@
 #include <random>
 
 #include "prc/io/inflate_section.h"
-#include "tests/support/prc_bit_writer.h"
+#include "tests/support/prc_builder.h"
 
 namespace {
 
@@ -32,8 +32,8 @@ const Section& section() {
                 const double u = 2 * std::numbers::pi * i / rings, v = 2 * std::numbers::pi * j / sides;
                 const double x = (100 + 30 * std::cos(v)) * std::cos(u), y = (100 + 30 * std::cos(v)) * std::sin(u),
                              z = 30 * std::sin(v);
-                w.writeVector3d(std::round(x * 1000) / 1000, std::round(y * 1000) / 1000, std::round(z * 1000) / 1000);
-                w.writeVector3d(std::cos(v) * std::cos(u), std::cos(v) * std::sin(u), std::sin(v));
+                for (double c : {x, y, z}) w.writeDouble(std::round(c * 1000) / 1000);
+                for (double c : {std::cos(v) * std::cos(u), std::cos(v) * std::sin(u), std::sin(v)}) w.writeDouble(c);
             }
         }
         for (int i = 0; i < rings; ++i) {

@@ -7,7 +7,7 @@
 
 #include "prc/tess/face_triangulation.h"
 #include "prc/tess/tessellation_section.h"
-#include "tests/support/prc_tess_writer.h"
+#include "tests/support/prc_builder.h"
 
 namespace {
 
@@ -15,36 +15,32 @@ using namespace prc;
 using namespace prc::test;
 
 // A grid of side x side vertices with coordinates that need full mantissas,
-// drawn as strips, one strip per row, with per-vertex normals.
-Tess3DFields gridTess(uint32_t side, double phase) {
-    Tess3DFields fields;
-    fields.must_recalculate_normals = false;
+// drawn as strips, one strip per row, with one normal for every vertex.
+void writeGridTess(PRCBitWriter& w, uint32_t side, double phase) {
+    w.layout("u172 b0");
+    w.writeUnsignedInteger(3 * side * side);
     for (uint32_t y = 0; y < side; ++y)
         for (uint32_t x = 0; x < side; ++x) {
             const double u = x * 0.013 + phase, v = y * 0.017;
-            fields.coordinates.insert(fields.coordinates.end(), {std::cos(u) * 12.5, std::sin(v) * 7.25, u * v});
+            for (double c : {std::cos(u) * 12.5, std::sin(v) * 7.25, u * v}) w.writeDouble(c);
         }
-    fields.normal_coordinates = {0, 0, 1};
-    TessFaceFields face;
-    face.used_entities_flag = 0x0008;
-    face.sizes_triangulated.push_back(side - 1);  // the number of strips, then each one's vertices
-    for (uint32_t y = 0; y + 1 < side; ++y) {
+    w.layout("b0 b0 b0 u3 f0 f0 f1 u0");  // normals given, the one normal, nothing skipped
+    w.writeUnsignedInteger(2 * 2 * side * (side - 1));
+    for (uint32_t y = 0; y + 1 < side; ++y)
         for (uint32_t x = 0; x < side; ++x)
-            for (uint32_t row : {y, y + 1}) {
-                fields.triangulated_indices.push_back(0);  // the normal
-                fields.triangulated_indices.push_back(3 * (row * side + x));
-            }
-        face.sizes_triangulated.push_back(2 * side);
-    }
-    fields.faces.push_back(face);
-    return fields;
+            for (uint32_t row : {y, y + 1}) w.writeUnsignedInteger(0), w.writeUnsignedInteger(3 * (row * side + x));
+    // One face of strips: the number of strips, then each one's vertices.
+    w.layout("u1 u174 u0 u0 u0 u8 u0");
+    w.writeUnsignedInteger(side), w.writeUnsignedInteger(side - 1);
+    for (uint32_t y = 0; y + 1 < side; ++y) w.writeUnsignedInteger(2 * side);
+    w.layout("u0 b0 u0");
 }
 
 const std::vector<uint8_t>& largeSection() {
     static const std::vector<uint8_t> section = [] {
-        std::vector<PRCBitWriter> list(8);
-        for (size_t i = 0; i < list.size(); ++i) writePRC3DTess(list[i], 0xFFFFFFFF, gridTess(160, double(i)));
-        return tessellationSection(list);
+        PRCBitWriter w("u305 u0 b00 u8");
+        for (int i = 0; i < 8; ++i) writeGridTess(w, 160, double(i));
+        return w.bytes();
     }();
     return section;
 }

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <sstream>
 #include <string>
 #include <tuple>
 
@@ -14,44 +13,12 @@
 #include "prc/entities/globals.h"
 #include "prc/entities/representation_item.h"
 #include "prc/entities/scene_entities.h"
-#include "tests/support/prc_bit_writer.h"
+#include "tests/support/prc_builder.h"
 
 namespace prc::test {
 namespace {
 
 using ReadFn = std::function<void(PRCBitReader&)>;
-
-// Blank-separated tokens: b<bit>, u<n> an UnsignedInteger, i<n> an Integer,
-// c<n> a Character, s<text> a String, d<n> n Doubles (0.5, 1.5, ...).
-PRCBitWriter bits(const std::string& layout) {
-    PRCBitWriter w;
-    std::istringstream in(layout);
-    for (std::string t; in >> t;) {
-        const long n = t[0] == 's' ? 0 : std::stol(t.substr(1));
-        switch (t[0]) {
-            case 'b': w.writeBit(n != 0); break;
-            case 'u': w.writeUnsignedInteger(uint32_t(n)); break;
-            case 'i': w.writeInteger(int32_t(n)); break;
-            case 'c': w.writeCharacter(uint8_t(n)); break;
-            case 's': w.writeString(t.substr(1)); break;
-            default: for (long i = 0; i < n; ++i) w.writeDouble(0.5 + double(i));
-        }
-    }
-    return w;
-}
-
-// The message of the failure of `read`, or "" once it has stopped exactly
-// after the last bit written.
-std::string readBack(const PRCBitWriter& w, uint32_t version, const ReadFn& read) {
-    PRCBitReader r(w.bytes().data(), w.bytes().size(), version);
-    try {
-        read(r);
-    } catch (const std::exception& e) {
-        return e.what();
-    }
-    EXPECT_EQ(r.bitIndex(), w.bitCount());
-    return "";
-}
 
 constexpr uint32_t kV = 8137;  // the graphics blocks below have no count after them
 const std::string base = " u0 b1 u1 u2 u3 ";   // no attributes, the current name, three identifiers
@@ -106,7 +73,7 @@ TEST(Entities, ReadToTheLastBit) {
                               texture(3, false, " b1 u713 b1 b0 b1 c35 d6") + texture(1, true, " b1 u713 b1 b0 b1 c26 d4") +
                               texture(2, false, " b1 u713 b1 b0 b1 c77 d6") + materials + "u0 u0 u0 u0 u0"},
     };
-    for (const auto& [read, version, layout] : cases) EXPECT_EQ(readBack(bits(layout), version, read), "") << layout;
+    for (const auto& [read, version, layout] : cases) EXPECT_EQ(readLayout(layout, version, read), "") << layout;
     ASSERT_EQ(g.materials.size(), 4u);
     EXPECT_EQ(std::tuple(g.materials[1].diffuse, g.materials[1].specular_alpha, g.materials[2].diffuse,
                          g.materials[3].diffuse), std::tuple(int64_t(1), 4.5, int64_t(-1), int64_t(-1)));
@@ -114,10 +81,10 @@ TEST(Entities, ReadToTheLastBit) {
     // Every bit of a cartesian transformation, distinct values everywhere:
     // non-orthogonal axes win over the rotation (Z read, nothing normalised),
     // both scales multiply, homogeneous terms are consumed and leave row 3.
-    PRCBitWriter w = bits("u202 c255");
-    for (double d : std::initializer_list<double>{10, 20, 30, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0.5, 0.25, 2, 4, 0.25, 0.5, 0.75, 3}) w.writeDouble(d);
     Matrix4 m{};
-    EXPECT_EQ(readBack(w, kV, [&](PRCBitReader& r) { m = readTransformation3d(r); }), "");
+    EXPECT_EQ(readLayout("u202 c255 f10 f20 f30 f1 f2 f3 f4 f5 f6 f7 f8 f9 f0.5 f0.25 f2 f4 f0.25 f0.5 f0.75 f3", kV,
+                         [&](PRCBitReader& r) { m = readTransformation3d(r); }),
+              "");
     EXPECT_EQ(m, (Matrix4{2, 4, 56, 10, 4, 5, 64, 20, 6, 6, 72, 30, 0, 0, 0, 1}));
 }
 
@@ -142,7 +109,7 @@ TEST(Entities, RefusedTypeCodesAndValues) {
         {emptyBase, "u1", "readEmptyContentPRCBase: unexpected attributes (non-empty section?)"},
         {emptyBase, "u0 b1", "readEmptyContentPRCBase: unexpected name (non-empty section?)"},
     };
-    for (const auto& [read, layout, message] : cases) EXPECT_EQ(readBack(bits(layout), kV, read), message) << layout;
+    for (const auto& [read, layout, message] : cases) EXPECT_EQ(readLayout(layout, kV, read), message) << layout;
 }
 
 TEST(Entities, NestingIsBounded) {
@@ -159,7 +126,7 @@ TEST(Entities, NestingIsBounded) {
             for (int i = 0; i < sets; ++i) layout += set + " ";
             layout += inner;
             for (int i = 0; i < sets; ++i) layout += " u0";
-            return readBack(bits(layout), kV, read);
+            return readLayout(layout, kV, read);
         };
         EXPECT_EQ(nest(limit - 1), "");
         EXPECT_EQ(nest(limit), message);

@@ -10,8 +10,7 @@
 #include "prc/io/compressed_arrays.h"
 #include "prc/io/inflate_section.h"
 #include "prc/io/prc_header.h"
-#include "tests/support/prc_bit_writer.h"
-#include "tests/support/prc_file_builder.h"
+#include "tests/support/prc_builder.h"
 
 namespace prc {
 namespace {
@@ -22,20 +21,10 @@ using V = std::vector<uint32_t>;
 const std::string kPastEnd = "PRCBitReader: read past end";
 const std::string kExhausted = "LsbBitFieldReader: bit field exhausted";
 
-// The text of the runtime_error that f throws, or "" when it returns.
-template <typename F>
-std::string errorOf(F&& f) {
-    try {
-        f();
-    } catch (const std::runtime_error& e) {
-        return e.what();
-    }
-    return "";
-}
-
 PRCBitWriter bitsOf(std::string_view bits) {  // '0' and '1' in stream order, blanks ignored
     PRCBitWriter w;
-    w.writeBitString(bits);
+    for (char c : bits)
+        if (c != ' ') w.writeBit(c == '1');
     return w;
 }
 
@@ -119,8 +108,7 @@ TEST(BitReader, GraphicsAndColors) {
         EXPECT_TRUE(s.r.readGraphics().layer_index == 3 && s.r.readBoolean()) << version;
     }
     for (uint32_t count : {1024u, 1025u}) {
-        PRCBitWriter w = bitsOf("1");
-        w.writeUnsignedInteger(count), w.writeBits(0, int(2 * count));
+        PRCBitWriter w("b1 u" + std::to_string(count) + " b" + std::string(2 * count, '0'));
         Stream s(w, 8138);
         EXPECT_EQ(errorOf([&] { s.r.readGraphics(); }),
                   count == 1024 ? "" : "PRCBitReader: campo dopo graphics con conteggio implausibile");
@@ -161,9 +149,9 @@ TEST(BitReader, DecodeEveryPrefix) {
         const uint64_t skipped = w.bitCount();
         w.writeBits(0x7FFF, int(5 + round * 11));
         add([](PRCBitReader& r) { r.skipUserData(); }, skipped, "PRCBitReader: skip past end");
-        w.writeGraphics(8138, round == 2, 3, 4, 0x0102, {{1, 2}});
+        w.layout(round == 2 ? "b1 u1 u1 u2" : "b0 u3 u4 c2 c1 u1 u1 u2");  // layer 2, style 3, behaviour 0x0102, a pair
         add([](PRCBitReader& r) { EXPECT_EQ(r.readGraphics().layer_index, 2u); });
-        w.writeBitString("00000001 00000010 00000011 0 00000100 00000101 00000110 1");
+        w.layout("c1 c2 c3 b0 c4 c5 c6 b1");
         add([](PRCBitReader& r) {
             EXPECT_EQ(r.readVertexColors(3, 3), (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 4, 5, 6}));
         });
@@ -182,18 +170,40 @@ TEST(BitReader, DecodeEveryPrefix) {
     }
 }
 
-// A bit field spelled as (value, width) runs.
-LsbBitFieldWriter fieldOf(std::initializer_list<std::pair<uint32_t, int>> runs) {
-    LsbBitFieldWriter f;
-    for (auto [value, width] : runs) f.writeBits(value, width);
+// A Huffman bit field spelled as (value, width) runs, each value least
+// significant bit first, bit i of the field in bit i % 8 of byte i / 8.
+struct Field {
+    std::vector<uint8_t> bytes;
+    uint64_t bits = 0;
+};
+Field fieldOf(std::initializer_list<std::pair<uint32_t, int>> runs) {
+    Field f;
+    for (auto [value, width] : runs)
+        for (int i = 0; i < width; ++i, ++f.bits) {
+            if (f.bits % 8 == 0) f.bytes.push_back(0);
+            f.bytes.back() |= uint8_t((i < 32 && (value >> i) & 1) << (f.bits % 8));
+        }
     return f;
 }
 
+// The field in a Huffman array: its 32-bit words, each least significant byte
+// first, then the bits used in the last word (-1: the true count).
+PRCBitWriter huffmanArray(const Field& field, int64_t bitsUsed = -1, PRCBitWriter w = {}) {
+    const uint64_t words = (field.bits + 31) / 32;
+    w.writeUnsignedInteger(uint32_t(words));
+    for (uint64_t i = 0; i < words * 4; ++i) w.writeCharacter(i < field.bytes.size() ? field.bytes[i] : 0);
+    if (words > 0) w.writeUnsignedInteger(uint32_t(bitsUsed >= 0 ? uint64_t(bitsUsed) : field.bits - 32 * (words - 1)));
+    return w;
+}
+
 TEST(CompressedArrays, HuffmanArrays) {
-    const LsbBitFieldWriter nines = huffmanBitField(V(5, 9), 4), signs = huffmanBitField({32, 31}, 6);
+    // Leaf count, code length width, leaves (value, length, code), element
+    // count, codes: one leaf 9 -> 0 of five nines; 31 -> 0 and 32 -> 1 of 32, 31.
+    const Field nines = fieldOf({{1, 5}, {1, 8}, {9, 4}, {1, 1}, {0, 1}, {5, 32}, {0, 5}});
+    const Field signs = fieldOf({{2, 7}, {1, 8}, {31, 6}, {1, 1}, {0, 1}, {32, 6}, {1, 1}, {1, 1}, {2, 32}, {1, 1}, {0, 1}});
     // The field, the element width, signed or not, the values or the failure,
     // and the count of bits used in the last word (-1: the true one).
-    const std::tuple<LsbBitFieldWriter, uint8_t, bool, V, std::string, int64_t> cases[] = {
+    const std::tuple<Field, uint8_t, bool, V, std::string, int64_t> cases[] = {
         {fieldOf({{0, 7}}), 6, false, {}, "", -1},  // no leaves, and no element count after them
         {nines, 4, false, V(5, 9), "", -1}, {nines, 4, false, V(5, 9), "", 32},  // a single leaf, one bit a value
         {signs, 6, true, {0xFFFFFFE0u, 31}, "", -1}, {signs, 6, false, {32, 31}, "", -1},
@@ -214,8 +224,7 @@ TEST(CompressedArrays, HuffmanArrays) {
                   {1, 32}, {0b01, 2}}), 2, false, {}, "decodeHuffmanBitField: unrecognized code", -1},
     };
     for (const auto& [field, numBits, isSigned, expected, failure, bitsUsed] : cases) {
-        PRCBitWriter w;
-        w.writeHuffmanArray(field, bitsUsed);
+        const PRCBitWriter w = huffmanArray(field, bitsUsed);
         Stream s(w);
         V got;
         EXPECT_EQ(errorOf([&] { got = readHuffmanCompressedArray(s.r, numBits, isSigned); }), failure) << failure;
@@ -237,10 +246,8 @@ TEST(CompressedArrays, PlainArraysAndMessages) {
     EXPECT_EQ(readShortArray(s.r, 16, true, true, false), (std::vector<uint16_t>{0x1234, 0x00FF}));
     EXPECT_EQ(readCharacterArray(s.r, 2, true, true, false), (std::vector<uint8_t>{0x81, 0x7E}));
     // Bit counts 0 and 1 are a sign bit alone; index bit counts 3, +0, -1 give deltas 3, -1, -1.
-    PRCBitWriter w;
-    w.writeCharacterArray({0, 1, 32}, false), w.writeBitString("1 0 1"), w.writeBits(0x7FFFFFFF, 31);
-    w.writeCharacterArray({3, 0, 0xFF}, false), w.writeBitString("0 11  1 01  1 1");
-    Stream t(w);
+    Stream t("0 1 00000011 0 00000000 00000001 00100000  1 0 1" + std::string(31, '1') +
+             "0 1 00000011 0 00000011 00000000 11111111  0 11  1 01  1 1");
     EXPECT_EQ(readCompressedIntegerArray(t.r), (std::vector<int32_t>{0, 0, -0x7FFFFFFF}));
     EXPECT_EQ(readCompressedIndiceArray(t.r, true, 6, true), (std::vector<int32_t>{3, 2, 1}));
     const std::string ints = "readCompressedIntegerArray: bit count out of range";
@@ -250,8 +257,7 @@ TEST(CompressedArrays, PlainArraysAndMessages) {
         {{2, 1}, "readCompressedIndiceArray: negative index"},                          // 1, then 1 - 3
     };
     for (const auto& [counts, message] : bad) {
-        PRCBitWriter b;
-        b.writeCharacterArray(counts, false), b.writeBitString("0 1 1  1 1 1" + std::string(64, '0'));
+        PRCBitWriter b("b0 u2 c" + std::to_string(counts[0]) + " c" + std::to_string(counts[1]) + " b011111" + std::string(64, '0'));
         Stream r(b);
         EXPECT_EQ(errorOf([&] {
                       if (message == ints) readCompressedIntegerArray(r.r);
@@ -266,8 +272,8 @@ TEST(CompressedArrays, PlainArraysAndMessages) {
 TEST(CompressedArrays, HostileCounts) {
     const std::string all = "0 1 11111111 1 11111111 1 11111111 1 11111111 0" + std::string(40, '0');
     const std::string words = "1 00000000 1 00000000 1 00000000 1 00000100 0" + std::string(40, '0');
-    PRCBitWriter promise = bitsOf("1");
-    promise.writeHuffmanArray(huffmanBitField(V(1000, 1), 6)), promise.writeBits(0, 20);
+    PRCBitWriter promise = huffmanArray(fieldOf({{1, 7}, {1, 8}, {1, 6}, {1, 1}, {0, 1}, {1000, 32}, {0, 1000}}), -1, bitsOf("1"));
+    promise.writeBits(0, 20);
     Stream a(all), b(all), c(all), d(words), e("1 00000001" + words.substr(10)), f(promise);
     EXPECT_EQ(errorOf([&] { readShortArray(a.r, 16, true, true, false); }), kPastEnd);
     EXPECT_EQ(errorOf([&] { readCharacterArray(b.r, 8, true, true, false); }), kPastEnd);
