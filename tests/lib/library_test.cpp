@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "meshdrone/meshdrone.h"
+#include "tests/support/worker_runs.h"
 #include "tools/inspect/result_stream_reader.h"
 
 namespace {
@@ -23,17 +24,6 @@ const std::string kData = MESHDRONE_TEST_DATA;
 const std::vector<std::string> kModels = {kData + "/0a1283e2edd5.prc", kData + "/18d2868a5ddb.prc",
                                           kData + "/5aab25a32cdb.prc", kData + "/gen/groups_transforms.prc"};
 
-std::vector<uint8_t> workerAnswer(const std::string& path) {
-    const std::string command = std::string(std::getenv("MESHDRONE_BIN")) + "/meshdrone '" + path + "'";
-    FILE* pipe = popen(command.c_str(), "r");
-    std::vector<uint8_t> out(1 << 16);
-    size_t size = 0;
-    for (size_t n; pipe != nullptr && (n = std::fread(out.data() + size, 1, out.size() - size, pipe)) > 0;)
-        if ((size += n) == out.size()) out.resize(2 * size);
-    out.resize(size);
-    EXPECT_TRUE(pipe != nullptr && pclose(pipe) == 0);
-    return out;
-}
 
 template <class T>
 bool sameBytes(const std::vector<T>& a, const void* b) {
@@ -41,11 +31,11 @@ bool sameBytes(const std::vector<T>& a, const void* b) {
 }
 
 TEST(Library, AnswersEveryInputAsTheWorkerDoes) {
-    if (std::getenv("MESHDRONE_BIN") == nullptr) GTEST_SKIP() << "MESHDRONE_BIN is not set";
+    if (prc::test::workerPath().empty()) GTEST_SKIP() << "MESHDRONE_BIN is not set";
     const std::string dir = testing::TempDir() + "meshdrone_lib_" + std::to_string(getpid());
     std::filesystem::create_directories(dir);
-    std::ifstream in(kModels[2], std::ios::binary);
-    const std::string real{std::istreambuf_iterator<char>(in), {}};
+    const std::vector<uint8_t> bytes = prc::test::readFile(kModels[2]);
+    const std::string real(bytes.begin(), bytes.end());
     const std::pair<const char*, std::string> made[] = {
         {"/empty.prc", ""}, {"/garbage.prc", "PRC not really"}, {"/cut.prc", real.substr(0, real.size() / 2)}};
     std::vector<std::string> inputs = kModels;
@@ -53,7 +43,8 @@ TEST(Library, AnswersEveryInputAsTheWorkerDoes) {
     for (const char* other : {"/gen/lines_only.prc", "/gen/torus_3k.prc", "/missing.prc", ""}) inputs.push_back(kData + other);
     for (const std::string& path : inputs) {
         SCOPED_TRACE(path);
-        const std::vector<uint8_t> answer = workerAnswer(path);
+        std::vector<uint8_t> answer;
+        EXPECT_EQ(prc::test::runProgram({prc::test::workerPath(), path}, answer), 0);
         const result_reader::ResultStream s = result_reader::readResultStream(answer.data(), answer.size());
         meshdrone_model* m = nullptr;
         const meshdrone_result r = meshdrone_decode_file(path.c_str(), &m);

@@ -8,12 +8,11 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 
 #include "model/decode_driver.h"
 #include "tests/model/decode_test_util.h"
+#include "tests/support/worker_runs.h"
 
 namespace model {
 namespace {
@@ -21,11 +20,6 @@ namespace {
 using test::Decoded;
 using Point = std::array<double, 3>;
 using Rgb = std::array<int, 3>;
-
-std::vector<uint8_t> readTestFile(const std::string& relative) {
-    std::ifstream in(std::string(MESHDRONE_TEST_DATA) + "/" + relative, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 // Every number in the value of `key` of the expectation file, in order (those
 // inside strings too: vertex colours are keyed by "(x, y, z)"); nullopt when
@@ -54,9 +48,9 @@ class GenCorpus : public testing::TestWithParam<std::string> {};
 
 TEST_P(GenCorpus, DecodedTrianglesMatchTheWrittenScene) {
     const std::string name = GetParam();
-    const std::vector<uint8_t> text = readTestFile("gen/" + name + ".expect.json");
+    const std::vector<uint8_t> text = prc::test::readFile("gen/" + name + ".expect.json");
     const std::string expect(text.begin(), text.end());
-    Decoded d(readTestFile("gen/" + name + ".prc"));
+    Decoded d(prc::test::readFile("gen/" + name + ".prc"));
     ASSERT_TRUE(test::wellFormed(d));
     if (const auto outcome = numbersOf(expect, "outcome")) {
         EXPECT_FALSE(d.ok);
@@ -136,7 +130,7 @@ TEST(RealFiles, EveryFileDecodesToAWellFormedResult) {
         const std::string name = entry.path().filename().string();
         SCOPED_TRACE(name);
         ++files;
-        const std::vector<uint8_t> file = readTestFile(name);
+        const std::vector<uint8_t> file = prc::test::readFile(name);
         Decoded d(file);
         EXPECT_TRUE(test::wellFormed(d));
         if (name == "1a8f391e69e7.prc") {  // an empty tessellation section: nothing to draw

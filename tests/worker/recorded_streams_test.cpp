@@ -11,10 +11,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <map>
 
 #include "model/decode_driver.h"
+#include "tests/support/worker_runs.h"
 #include "worker/worker_entry.h"
 
 namespace {
@@ -51,9 +51,7 @@ TEST(RecordedStreams, EveryTestFileGivesTheStreamRecordedForIt) {
     for (const fs::path& dir : {data, data / "gen"})
         for (const auto& entry : fs::directory_iterator(dir)) {
             if (entry.path().extension() != ".prc") continue;
-            std::ifstream in(entry.path(), std::ios::binary);
-            const std::vector<uint8_t> file{std::istreambuf_iterator<char>(in), {}};
-            now[fs::relative(entry.path(), data).generic_string()] = streamOf(file);
+            now[fs::relative(entry.path(), data).generic_string()] = streamOf(prc::test::readFile(entry.path()));
         }
     const fs::path table = data / "streams.tsv";
     if (std::getenv("MESHDRONE_RECORD_STREAMS")) {

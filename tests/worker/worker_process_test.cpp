@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -13,47 +11,17 @@
 #include <tuple>
 #include <vector>
 
+#include "tests/support/worker_runs.h"
 #include "tools/inspect/result_stream_reader.h"
-
-extern char** environ;
 
 namespace {
 
-enum class Output { Pipe, Closed, BrokenPipe };
-
-std::string workerPath() {
-    const char* dir = std::getenv("MESHDRONE_BIN");
-    return dir != nullptr ? std::string(dir) + "/meshdrone" : std::string();
-}
+using namespace prc::test;
 
 // Runs the worker; returns its exit status and fills out with its standard output.
-int spawnWorker(std::vector<std::string> argv, std::vector<uint8_t>& out, Output output = Output::Pipe) {
+int spawnWorker(std::vector<std::string> argv, std::vector<uint8_t>& out, Stdout mode = Stdout::Pipe) {
     argv.insert(argv.begin(), workerPath());
-    std::vector<char*> pointers;
-    for (std::string& arg : argv) pointers.push_back(arg.data());
-    pointers.push_back(nullptr);
-    int fds[2];
-    EXPECT_EQ(pipe(fds), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (output == Output::BrokenPipe) close(fds[0]);  // the reader is lost before the worker starts
-    else posix_spawn_file_actions_addclose(&actions, fds[0]);
-    if (output == Output::Closed) posix_spawn_file_actions_addclose(&actions, STDOUT_FILENO);
-    else posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, fds[1]);
-    pid_t pid = -1;
-    EXPECT_EQ(posix_spawn(&pid, argv[0].c_str(), &actions, nullptr, pointers.data(), environ), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    close(fds[1]);
-    if (output != Output::BrokenPipe) {
-        uint8_t chunk[4096];
-        for (ssize_t got; (got = read(fds[0], chunk, sizeof chunk)) > 0;) out.insert(out.end(), chunk, chunk + got);
-        close(fds[0]);
-    }
-    int status = 0;
-    EXPECT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_TRUE(WIFEXITED(status)) << "the worker died by a signal";
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return runProgram(argv, out, mode);
 }
 
 // "PRC", both versions, two identifiers, no file structure, the model file offsets.
@@ -104,7 +72,7 @@ TEST(WorkerProcess, EveryFailureEndsInAValidStream) {
         EXPECT_EQ(stream.message, message);
         EXPECT_EQ(stream.header.status, status);
     }
-    for (Output output : {Output::Closed, Output::BrokenPipe}) {
+    for (Stdout output : {Stdout::Closed, Stdout::BrokenPipe}) {
         std::vector<uint8_t> out;
         EXPECT_EQ(spawnWorker({}, out, output), 1);
         EXPECT_EQ(spawnWorker({dir + "/header.prc"}, out, output), 1);

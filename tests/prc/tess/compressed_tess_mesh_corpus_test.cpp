@@ -6,13 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/support/worker_runs.h"
 #include "tools/tessdump/tess_inspection.h"
 
 namespace prc {
@@ -32,14 +31,9 @@ struct CorpusFile {
     std::set<RecordId> not_consumed;  // the first run ends but leaves data over
 };
 
-std::vector<uint8_t> readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 void checkFile(const CorpusFile& file) {
     SCOPED_TRACE(file.name);
-    const std::vector<uint8_t> bytes = readFile(std::string(MESHDRONE_TEST_DATA) + "/" + file.name);
+    const std::vector<uint8_t> bytes = test::readFile(file.name);
     ASSERT_FALSE(bytes.empty());
     const PRCHeader header = readPRCHeader(bytes.data(), bytes.size());
     uint64_t records = 0, second = 0, triangles = 0, boundary = 0, same_direction = 0, firm = 0;
@@ -119,7 +113,7 @@ TEST(PlainTessCorpus, FacesUseEveryIndexOnceAndStripsCloseTheSolid) {
         if (entry.path().extension() != ".prc") continue;
         const std::string name = entry.path().filename().string();
         SCOPED_TRACE(name);
-        const std::vector<uint8_t> bytes = readFile(entry.path().string());
+        const std::vector<uint8_t> bytes = test::readFile(entry.path().string());
         const PRCHeader header = readPRCHeader(bytes.data(), bytes.size());
         for (const FileStructureDescriptor& fs : header.file_structures) {
             std::vector<PRC3DTess> plain;
