@@ -3,12 +3,14 @@
 // whose arrays lie about each other.
 
 #include <gtest/gtest.h>
+#include <quadmath.h>
 
 #include <cmath>
 #include <string>
 
 #include "prc/tess/compressed_tess_mesh.h"
 #include "prc/tess/exact_acos.h"
+#include "tests/support/acos_arguments.h"
 
 namespace prc {
 namespace {
@@ -136,20 +138,10 @@ TEST(CompressedTessNormals, SineAndCosineSeriesOnBothBranches) {
     }
 }
 
-// Real files meet the arc cosine only at near ties, so its tables and series
-// are held here to the C library's: equal bits but for rare near ties, where
-// the library may be one unit off.
-TEST(CompressedTessNormals, ArcCosineMatchesTheLibrary) {
-    int differing = 0;
-    for (int i = 0; i <= 20000; ++i) {
-        const double x = std::cos(i * (3.141592653589793 / 20000)) * (1 - 1e-9 * (i % 7));
-        const double got = acosCorrectlyRounded(x), library = std::acos(x);
-        EXPECT_EQ(got, acosDoubleDouble(x)) << x;
-        if (got == library) continue;
-        ++differing;
-        EXPECT_EQ(std::nextafter(got, library), library) << x;
-    }
-    EXPECT_LE(differing, 40);  // 15 of these 20,001 arguments
+// Real files meet the arc cosine only at near ties, so every region of it is
+// held here to correct rounding: quad precision rounded to double.
+TEST(CompressedTessNormals, ArcCosineIsCorrectlyRounded) {
+    for (double x : test::acosArguments(100000)) ASSERT_EQ(acosCorrectlyRounded(x), double(acosq(__float128(x)))) << x;
 }
 
 TEST(CompressedTessNormals, SingleNormalFaceDecodesOnce) {
