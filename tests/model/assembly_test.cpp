@@ -84,28 +84,7 @@ std::string failureOf(AssemblyContext& ctx) {
 uint32_t triangleColour(const PreviewMesh& m, uint32_t t) { return packColor(&m.colors[3 * m.triangles[3 * t]]); }
 
 prc::Matrix4 translated(double x) { return {1, 0, 0, x, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
-const prc::Matrix4 kAtTen = translated(10), kAtFive = translated(5), kMirror = {-1, 0, 0, 0, 0, 1, 0, 0,
-                                                                                0, 0, 1, 0, 0, 0, 0, 1};
-
-TEST(Assembly, NodesPlacementsColoursBoxesAndWinding) {
-    AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    auto& occs = ctx.file_structures[0].product_occurrences;
-    occs = {occurrence("root", -1, {1, 2, 3, 9}), occurrence("a", 0, {}, &kAtTen), occurrence("b", 0),
-            occurrence("mirror", 0, {}, &kMirror)};  // son 9 does not exist
-    occs[2].line_style_index = kGreenStyle;
-    const PreviewMesh m = walk(ctx, 0, kRed);
-    ASSERT_EQ(m.nodes.size(), 4u);
-    EXPECT_EQ(std::tuple(m.nodes[0].parent_index, m.nodes[0].triangle_count), std::tuple(0xFFFFFFFFu, 0u));
-    EXPECT_EQ(std::tuple(m.nodes[2].parent_index, m.nodes[2].first_triangle, m.nodes[2].triangle_count),
-              std::tuple(0u, 1u, 1u));
-    EXPECT_EQ(m.positions[3], 11.0f);
-    EXPECT_EQ(triangleColour(m, 0), kRed);    // inherited
-    EXPECT_EQ(triangleColour(m, 1), kGreen);  // its own style
-    EXPECT_EQ(m.triangles, (std::vector<uint32_t>{0, 1, 2, 3, 4, 5, 6, 8, 7}));  // a mirror swaps the winding
-    // Each leaf's box is its own triangle, the root's covers all.
-    EXPECT_EQ(std::vector<float>(m.nodes[1].box_min, m.nodes[1].box_max + 3), (std::vector<float>{10, 0, 0, 11, 1, 0}));
-    EXPECT_EQ(std::vector<float>(m.nodes[0].box_min, m.nodes[0].box_max + 3), (std::vector<float>{-1, 0, 0, 11, 1, 0}));
-}
+const prc::Matrix4 kAtFive = translated(5);
 
 TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
@@ -143,15 +122,6 @@ TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
         EXPECT_EQ(m.positions[0], found == 64 ? 5.0f : 0.0f);
         EXPECT_EQ(m.nodes[0].name, found == 64 ? "deep" : "");
     }
-}
-
-TEST(Assembly, DepthIsBoundedAtSixtyFour) {
-    AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
-    for (uint32_t i = 0; i < 70; ++i)
-        ctx.file_structures[0].product_occurrences.push_back(occurrence("n" + std::to_string(i), 0, {i + 1}));
-    const PreviewMesh m = walk(ctx);
-    ASSERT_EQ(m.nodes.size(), 65u);  // depths 0 to 64
-    for (uint32_t i = 1; i < 65; ++i) EXPECT_EQ(m.nodes[i].parent_index, i - 1);
 }
 
 TEST(Assembly, ConfigurationChoice) {
@@ -263,26 +233,17 @@ TEST(Assembly, PrototypesAcrossFileStructuresByIdentifier) {
     EXPECT_TRUE(walk(ctx, 1).nodes.empty());  // nor is it walked itself
 }
 
-TEST(Assembly, Limits) {
+// (The node and triangle bounds are the hostile suite's.) Skipped sons and
+// items that draw nothing cost steps on every visit.
+TEST(Assembly, VertexAndStepBounds) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     auto& occs = ctx.file_structures[0].product_occurrences;
-    occs = {occurrence("root"), occurrence("leaf")};
-    occs[0].son_product_occurrences.assign(199999, 1);
-    EXPECT_EQ(walk(ctx).nodes.size(), 200000u);
-    occs[0].son_product_occurrences.push_back(1);
-    EXPECT_EQ(failureOf(ctx), "assieme PRC: troppi nodi");
-
-    occs[0].son_product_occurrences.assign(10, 1);
-    occs[1].index_part = 0;
-    ctx.limits.max_triangles = 10;
+    occs = {occurrence("root", -1, std::vector<uint32_t>(10, 1)), occurrence("leaf", 0)};
+    ctx.limits.max_vertices = 30;
     EXPECT_EQ(walk(ctx).triangles.size(), 30u);  // exactly at the limit
-    ctx.limits.max_triangles = 9;
-    EXPECT_EQ(failureOf(ctx), "assieme PRC: troppi triangoli");
-    ctx.limits = AssemblyLimits();
     ctx.limits.max_vertices = 29;
     EXPECT_EQ(failureOf(ctx), "assieme PRC: troppi vertici");
 
-    // Skipped sons and items that draw nothing cost steps on every visit.
     ctx.limits = AssemblyLimits();
     occs[1].son_product_occurrences.assign(1000, 77);
     ctx.file_structures[0].part_definitions[0].representation_items.assign(1000, prc::PRCRepresentationItem());
@@ -295,13 +256,13 @@ TEST(Assembly, Limits) {
 }
 
 TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
-    // Two triangles that share no vertex, faces 0 and 1: the second starts a
+    // Two triangles that share no vertex, of faces 1 and 0: the second starts a
     // chain of three new points once status 0 has closed the first.
     prc::PRC3DTessCompressed encoded;
     encoded.tolerance = 1.0;
     encoded.must_recalculate_normals = true;
     encoded.point_array = {0, 0, 0, 2, 0, 0, 0, 1, 0, 5, 0, 0, 1, 0, 0, 0, 1, 0};
-    encoded.triangle_face_array = {0, 1};
+    encoded.triangle_face_array = {1, 0};
     encoded.normal_is_reversed = {true, true};
     encoded.edge_status_array = {0};
     encoded.point_is_reference_array.assign(6, false);
@@ -317,7 +278,7 @@ TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
     prc::PRC3DTessCompressed record = encoded;
     EXPECT_EQ(colours(record), std::vector<uint32_t>(6, kBlue));
     record.style_array = {int16_t(kGreenStyle + 1), 0};  // face 0 green, face 1 no style
-    EXPECT_EQ(colours(record), (std::vector<uint32_t>{kGreen, kGreen, kGreen, kBlue, kBlue, kBlue}));
+    EXPECT_EQ(colours(record), (std::vector<uint32_t>{kBlue, kBlue, kBlue, kGreen, kGreen, kGreen}));
     record.style_per_triangle = true;
     record.style_array = {int16_t(kRedStyle + 1), 40};  // 40 does not resolve: the default
     EXPECT_EQ(colours(record), (std::vector<uint32_t>{kRed, kRed, kRed, kBlue, kBlue, kBlue}));
