@@ -3,8 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <new>
 #include <stdexcept>
@@ -15,6 +18,8 @@
 #include "prc/io/inflate_section.h"
 #include "tests/hostile/hostile_files.h"
 #include "tests/support/prc_builder.h"
+#include "tests/support/worker_runs.h"
+#include "tools/inspect/result_stream_reader.h"
 #include "worker/decoded_model.h"
 
 // This program counts the bytes live on the operator new heap, and their peak
@@ -69,9 +74,30 @@ uint64_t resetResidentPeak() {
     return residentPeak();
 }
 
-// Through the C interface, which answers as the worker does. Unharmed, the
-// model is a red part placed under its root.
+// The address sanitizer's runtime reserves terabytes of address space: no limit under it.
+#if defined(__SANITIZE_ADDRESS__)
+const char* const kRun = "exec \"$0\" \"$1\"";
+#else
+const char* const kRun = "ulimit -v 2097152 && exec \"$0\" \"$1\"";
+#endif
+
+// The worker's answer to the file as the host gets it, inside a 2 GiB address
+// space: always a complete, well-formed stream, and exit status 0.
+result_reader::ResultStream workerAnswer(const std::vector<uint8_t>& bytes) {
+    const std::string file = testing::TempDir() + "meshdrone_hostile_" + std::to_string(getpid()) + ".prc";
+    std::ofstream(file, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    std::vector<uint8_t> out;
+    EXPECT_EQ(runProgram({"/bin/sh", "-c", kRun, workerPath(), file}, out), 0);
+    std::filesystem::remove(file);
+    result_reader::ResultStream stream;
+    EXPECT_NO_THROW(stream = result_reader::readResultStream(out.data(), out.size()));
+    return stream;
+}
+
+// Through the C interface, with the heap counted, and through the worker
+// process. Unharmed, the model is a red part placed under its root.
 TEST(HostileFiles, EachEndsInItsAnswerWithBoundedMemory) {
+    if (workerPath().empty()) GTEST_SKIP() << "MESHDRONE_BIN is not set";
     const std::vector<uint8_t> intact = modelFile({});
     meshdrone_model* model = nullptr;
     ASSERT_EQ(meshdrone_decode(intact.data(), intact.size(), &model), MESHDRONE_OK);
@@ -90,14 +116,26 @@ TEST(HostileFiles, EachEndsInItsAnswerWithBoundedMemory) {
         EXPECT_LE(peakSince(heap), c.triangles == 1000 ? size_t(600) << 20 : size_t(96) << 20);
         // The bomb: the growth rule's largest buffer, just under 1 GiB.
         EXPECT_LE(residentPeak() - resident, 2 * kInflateSafetyLimit + (uint64_t(64) << 20));
+        const result_reader::ResultStream answer = workerAnswer(c.file);
         if (c.records < 0) {
             EXPECT_EQ(result, MESHDRONE_NO_GEOMETRY);
+            EXPECT_EQ(answer.header.status, kOutcomeNoGeometry);
         } else {
             ASSERT_EQ(result, MESHDRONE_OK);
-            EXPECT_EQ(model->part_count, uint32_t(c.records));
+            EXPECT_EQ(std::tuple(model->part_count, answer.parts.size()), std::tuple(uint32_t(c.records), size_t(c.records)));
             EXPECT_EQ(model->triangle_count, c.triangles);
         }
         meshdrone_free(model);
+    }
+}
+
+// A real file cut short: any answer will do, as long as it is one.
+TEST(HostileFiles, TheWorkerAnswersEveryCutOfARealFile) {
+    if (workerPath().empty()) GTEST_SKIP() << "MESHDRONE_BIN is not set";
+    const std::vector<uint8_t> real = readFile("0a1283e2edd5.prc");
+    for (size_t cut = 97; cut < real.size(); cut += 97) {
+        SCOPED_TRACE(cut);
+        workerAnswer({real.begin(), real.begin() + ptrdiff_t(cut)});
     }
 }
 

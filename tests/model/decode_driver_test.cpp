@@ -37,7 +37,7 @@ TEST(DecodeDriver, NoInputNoHeaderAndNothingToDraw) {
         Decoded d(b.build());
         EXPECT_FALSE(d.ok);
         EXPECT_EQ(d.model.outcome, 1u);
-        EXPECT_TRUE(test::wellFormed(d));
+        EXPECT_EQ(d.invalid, "");
     }
 }
 
@@ -59,7 +59,7 @@ TEST(DecodeDriver, StructuredPassOrFlatFallback) {
         edit(b);
         Decoded d(b.build());
         ASSERT_TRUE(d.ok);
-        EXPECT_TRUE(test::wellFormed(d));
+        EXPECT_EQ(d.invalid, "");
         const bool structured = std::string(what) == "structured";
         EXPECT_EQ(d.pass, structured ? DecodePass::Structured : DecodePass::Flat);
         EXPECT_EQ(std::tuple(d.model.triangle_count, d.model.part_count), std::tuple(1u, structured ? 2u : 0u));
@@ -79,7 +79,7 @@ TEST(DecodeDriver, PrototypeInAnotherFileStructure) {
     second.tree(modelSections({.occurrences = {{0, 2, {}, 0, kFirst}}})[1]);
     Decoded d(b.build());
     ASSERT_TRUE(d.ok);
-    EXPECT_TRUE(test::wellFormed(d));
+    EXPECT_EQ(d.invalid, "");
     EXPECT_EQ(d.pass, DecodePass::Structured);
     EXPECT_EQ(d.model.triangle_count, 2u);  // once per root
     ASSERT_EQ(d.model.part_count, 3u);

@@ -48,29 +48,6 @@ std::vector<double> point(const CompressedTessResult& res, uint32_t i) {
     return {res.positions[3 * i], res.positions[3 * i + 1], res.positions[3 * i + 2]};
 }
 
-TEST(CompressedTessRecord, OneTriangleFromTheFirstThreeDeltas) {
-    Rec rec;
-    rec.points({1, 2, 3, 2, 0, 0, 0, 1, 0}).triangle(true);
-    rec.r.point_origin = {10.0f, 20.0f, 30.0f};
-    // No reference bits at all: the first three are implied, never read.
-    CompressedTessResult res = buildCompressedTessMesh(rec.r);
-    EXPECT_EQ(res.triangles, (std::vector<uint32_t>{0, 1, 2}));
-    EXPECT_EQ(point(res, 0), (std::vector<double>{11, 22, 33}));
-    EXPECT_EQ(point(res, 1), (std::vector<double>{13, 22, 33}));
-    EXPECT_EQ(point(res, 2), (std::vector<double>{12, 23, 33}));
-    EXPECT_EQ(res.reference_bits_used, 3u);
-    EXPECT_FALSE(consumedExactly(res, rec.r));  // three bits counted, none stored
-    rec.bits({true, true, true});
-    EXPECT_TRUE(consumedExactly(buildCompressedTessMesh(rec.r), rec.r));
-
-    rec.r.normal_is_reversed[0] = false;
-    EXPECT_EQ(buildCompressedTessMesh(rec.r).triangles, (std::vector<uint32_t>{0, 2, 1}));
-
-    // The tolerance scales every delta.
-    rec.r.tolerance = 0.5;
-    EXPECT_EQ(point(buildCompressedTessMesh(rec.r), 1), (std::vector<double>{11.5, 21, 31.5}));
-}
-
 TEST(CompressedTessRecord, TooFewOrNoPoints) {
     Rec rec;
     rec.points({0, 0, 0, 1, 0, 0}).triangle(true);

@@ -2,6 +2,11 @@
 
 #include "prc/tess/face_triangulation.h"
 
+// The real files draw triangles, fans and strips, with normals and textures
+// in their index lists, faces at their own starts and faces in styles; what
+// they never do is held here: faces that run out of indices or claim more
+// than they hold, vertices beyond the piece, colours per strip vertex.
+
 namespace prc {
 namespace {
 
@@ -30,48 +35,6 @@ PRCTessFace face(uint32_t flags, std::vector<uint32_t> sizes, uint32_t start = 0
 TessMesh triangulate(const PRC3DTess& tess, const uint8_t* rgb = nullptr, FaceTriangulationReport* report = nullptr,
                      const PRCGlobals& globals = PRCGlobals()) {
     return appendFaceTriangles(tess, globals, rgb, report);
-}
-
-TEST(AppendFaceTriangles, WithoutFacesGivesPointsAndDefaultColours) {
-    PRC3DTess tess = tessWith(0, 2);
-    tess.coordinates.push_back(7.0);  // a coordinate that is no whole vertex
-    TessMesh white = triangulate(tess);
-    EXPECT_EQ(white.positions, (std::vector<float>{0, 0.5f, -1, 1, 0.5f, -1, 7}));
-    EXPECT_EQ(white.colors, Bytes(7, 255));
-    EXPECT_TRUE(white.triangles.empty());
-    const uint8_t rgb[3] = {1, 2, 3};
-    EXPECT_EQ(triangulate(tess, rgb).colors, (Bytes{1, 2, 3, 1, 2, 3, 255}));
-}
-
-TEST(AppendFaceTriangles, GroupsStridesAndFaceStarts) {
-    struct Case {
-        const char* what;
-        std::vector<PRCTessFace> faces;
-        Triangles triangles;
-        bool recalculate = true;
-    };
-    const Case cases[] = {
-        {"fan", {face(0x0004, {1, 5})}, {0, 1, 2, 0, 2, 3, 0, 3, 4}},
-        {"strip: every other triangle turned back", {face(0x0008, {1, 5})}, {0, 1, 2, 2, 1, 3, 2, 3, 4}},
-        {"groups of two or fewer take their place", {face(0x0008, {2, 2, 4})}, {2, 3, 4, 4, 3, 5}},
-        {"empty groups", {face(0x0008, {3, 0, 1, 3})}, {1, 2, 3}},
-        {"triangles, then fans, then strips", {face(0x000E, {1, 1, 3, 1, 4})}, {0, 1, 2, 3, 4, 5, 6, 7, 8, 8, 7, 9}},
-        {"a group count past the list reads what is there", {face(0x0004, {9, 3})}, {0, 1, 2}},
-        {"faces at their own start, in any order", {face(0x0002, {1}, 6), face(0x0002, {1}, 0)}, {6, 7, 8, 0, 1, 2}},
-        // Stride 2 (normal, point): positions 1, 3, 5; with textures stride 3.
-        {"normals", {face(0x0002, {1})}, {1, 3, 5}, false},
-        {"normals and textures", {face(0x0202, {1}, 1)}, {3, 6, 9}, false},
-        {"textures", {face(0x0202, {1})}, {1, 3, 5}},
-        {"one-normal variants, polyfaces and nothing are not drawn",
-         {face(0x0020, {1}), face(0x0001, {1}), face(0x0000, {1}), face(0x2002, {1}), face(0x10000, {1}), face(0x0008, {1, 3}, 4)},
-         {4, 5, 6}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        PRC3DTess tess = tessWith(10, 10, c.recalculate);
-        tess.faces = c.faces;
-        EXPECT_EQ(triangulate(tess).triangles, c.triangles);
-    }
 }
 
 TEST(AppendFaceTriangles, AFaceThatRunsOutEndsAloneKeepingItsWholeTriangles) {
@@ -117,26 +80,6 @@ TEST(AppendFaceTriangles, VertexColoursComeFromTheirEntries) {
     shared.faces[0].rgba_vertices.resize(3 * 4 + 2);
     const uint8_t rgb[3] = {7, 8, 9};
     EXPECT_EQ(triangulate(shared, rgb).colors, (Bytes{1, 1, 1, 2, 2, 2, 4, 4, 4}));
-}
-
-TEST(AppendFaceTriangles, FaceColourComesFromTheFirstLineAttribute) {
-    PRCGlobals globals;
-    globals.colors = {{0.0, 0.0, 1.0}, {1.0, 0.0, 0.0}};
-    globals.styles.resize(1);
-    globals.styles[0].color_material_index = 1;
-    PRC3DTess tess = tessWith(3, 4);
-    tess.faces = {face(0x0002, {1})};
-    tess.faces[0].line_attributes = {0, 0xFFFFFFFF};
-    const uint8_t rgb[3] = {7, 8, 9};
-    EXPECT_EQ(triangulate(tess, rgb, nullptr, globals).colors, (Bytes{255, 0, 0, 255, 0, 0, 255, 0, 0, 7, 8, 9}));
-    // A style that leads nowhere gives the default colour, or white.
-    tess.faces[0].line_attributes = {0xFFFFFFFF, 0};
-    EXPECT_EQ(triangulate(tess, rgb, nullptr, globals).colors, (Bytes{7, 8, 9, 7, 8, 9, 7, 8, 9, 7, 8, 9}));
-    EXPECT_EQ(triangulate(tess, nullptr, nullptr, globals).colors, Bytes(12, 255));
-    // Faces with colours of their own ignore the style.
-    tess.faces[0] = face(0x0002, {1}, 0, {1, 1, 1, 2, 2, 2, 3, 3, 3});
-    tess.faces[0].line_attributes = {0};
-    EXPECT_EQ(triangulate(tess, rgb, nullptr, globals).colors, (Bytes{1, 1, 1, 2, 2, 2, 3, 3, 3, 7, 8, 9}));
 }
 
 // A vertex beyond the piece would name another piece's vertex once merged:
