@@ -30,14 +30,6 @@ std::string errorOf(F&& f) {
     return "";
 }
 
-class PRCBitWriter;
-
-// Reads the bits of a layout (see PRCBitWriter::layout) from an exactly
-// sized heap copy, so that the sanitizers see any read past them: the text of
-// the failure of `read`, or "" once it has stopped exactly after the last bit.
-template <typename F>
-std::string readLayout(std::string_view layout, uint32_t version, F&& read);
-
 class PRCBitWriter {
 public:
     PRCBitWriter() = default;
@@ -72,6 +64,9 @@ private:
     uint64_t bits_ = 0;
 };
 
+// Reads the bits of a layout (see PRCBitWriter::layout) from an exactly
+// sized heap copy, so that the sanitizers see any read past them: the text of
+// the failure of `read`, or "" once it has stopped exactly after the last bit.
 template <typename F>
 std::string readLayout(std::string_view layout, uint32_t version, F&& read) {
     const PRCBitWriter w(layout);
