@@ -165,7 +165,9 @@ TEST(Assembly, SonsGetTheNodeColourNotThePartColour) {
     EXPECT_EQ(std::tuple(triangleColour(m, 0), triangleColour(m, 1), triangleColour(m, 2)), std::tuple(kBlue, kRed, kRed));
 }
 
-TEST(Assembly, PieceCacheLocalSystemsAndSets) {
+// Pieces are built once per tessellation and colour and placed many times:
+// the one instance in blue keeps its colour. Refs that lead nowhere draw nothing.
+TEST(Assembly, PiecesLocalSystemsAndSets) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     PRCFileStructure& fs = ctx.file_structures[0];
     fs.product_occurrences.push_back(occurrence("root"));
@@ -174,20 +176,17 @@ TEST(Assembly, PieceCacheLocalSystemsAndSets) {
         fs.product_occurrences[0].son_product_occurrences.push_back(i);
         fs.product_occurrences.push_back(occurrence("", 0, {}, &at));
     }
-    EXPECT_EQ(walk(ctx).triangles.size(), 3000u);
-    EXPECT_EQ(fs.piece_cache.size(), 1u);  // one entry per tessellation and colour
     fs.product_occurrences[500].line_style_index = kBlueStyle;
-    walk(ctx);
-    EXPECT_EQ(fs.piece_cache.size(), 2u);
+    const PreviewMesh many = walk(ctx, 0, kRed);
+    ASSERT_EQ(many.triangles.size(), 3000u);
+    EXPECT_EQ(std::tuple(triangleColour(many, 498), triangleColour(many, 499), triangleColour(many, 500)),
+              std::tuple(kRed, kBlue, kRed));
 
-    // Refs that lead nowhere are cached as empty pieces and draw nothing.
     fs.tessellation_refs.push_back({prc::TessellationKind::Dropped, 0});
     fs.tessellation_refs.push_back({prc::TessellationKind::Tess3D, 5});
     fs.tessellation_refs.push_back({prc::TessellationKind::Compressed, 0});
     fs.part_definitions[0].representation_items = {itemDrawing(1), itemDrawing(2), itemDrawing(3), itemDrawing(4)};
-    fs.piece_cache.clear();
     EXPECT_TRUE(walk(ctx).triangles.empty());
-    EXPECT_EQ(fs.piece_cache.size(), 6u);  // refs 1 to 3 in two colours; item 4 names no ref
 
     // A set's own system does not move its children; its colour reaches them.
     fs.globals.reference_coordinate_systems.push_back({1, 0, 0, 0, 0, 1, 0, 50, 0, 0, 1, 0, 0, 0, 0, 1});
@@ -222,7 +221,6 @@ TEST(Assembly, PrototypesAcrossFileStructuresByIdentifier) {
     ASSERT_EQ(m.nodes.size(), 1u);
     // The second file structure's tessellation, black from its globals.
     EXPECT_EQ(std::tuple(m.nodes[0].name, m.positions[2], triangleColour(m, 0)), std::tuple("in second", 5.0f, 0xFF000000u));
-    EXPECT_TRUE(ctx.file_structures[0].piece_cache.empty());
 
     // No descriptor with that identifier, or an unloaded tree: the chain ends.
     AssemblyContext unmatched = ctx;
@@ -293,7 +291,6 @@ TEST(Assembly, CompressedPiecesTakeStylesPerFaceOrPerTriangle) {
     fs.compressed_tessellations[0].point_array.resize(2);
     fs.piece_cache.clear();
     EXPECT_TRUE(walk(ctx).triangles.empty());
-    EXPECT_EQ(fs.piece_cache.size(), 1u);
 }
 
 // The output keeps the node records only when their triangle ranges lie

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <map>
 
 #include "model/decode_driver.h"
 #include "tests/model/decode_test_util.h"
@@ -102,29 +105,36 @@ INSTANTIATE_TEST_SUITE_P(Files, GenCorpus,
                          testing::Values("tet_red", "vertex_colors", "groups_transforms", "torus_3k", "lines_only",
                                          "sphere_exact"));
 
-TEST(RealFiles, EveryFileDecodesToAWellFormedResult) {
-    size_t files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(MESHDRONE_TEST_DATA)) {
-        if (entry.path().extension() != ".prc") continue;
-        const std::string name = entry.path().filename().string();
-        SCOPED_TRACE(name);
-        ++files;
-        const std::vector<uint8_t> file = prc::test::readFile(name);
-        Decoded d(file);
-        EXPECT_EQ(d.invalid, "");
-        if (name == "1a8f391e69e7.prc") {  // an empty tessellation section: nothing to draw
-            EXPECT_EQ(d.model.outcome, 1u);
-            continue;
+// The result stream of every PRC file of the test data, compared with the
+// stream recorded in data/streams.tsv (length and CRC-32 of the whole stream):
+// any change of a single output byte on real or writer files shows here. A
+// change that is meant is recorded anew with MESHDRONE_RECORD_STREAMS=1, and
+// the commit says why those streams moved. Every stream is well formed, and
+// every real file with something to draw carries a product structure that
+// the structured pass follows.
+TEST(RecordedStreams, EveryTestFileGivesTheStreamRecordedForIt) {
+    const std::filesystem::path data(MESHDRONE_TEST_DATA);
+    std::map<std::string, std::pair<uint64_t, uint32_t>> now, recorded;
+    for (const std::filesystem::path& dir : {data, data / "gen"})
+        for (const auto& entry : std::filesystem::directory_iterator(dir)) {
+            if (entry.path().extension() != ".prc") continue;
+            const std::string name = std::filesystem::relative(entry.path(), data).generic_string();
+            SCOPED_TRACE(name);
+            const Decoded d(prc::test::readFile(entry.path()));
+            EXPECT_EQ(d.invalid, "");
+            EXPECT_TRUE(!d.ok || d.pass == DecodePass::Structured || dir != data);
+            now[name] = {d.stream.size(), uint32_t(crc32_z(0, d.stream.data(), d.stream.size()))};
         }
-        ASSERT_TRUE(d.ok) << "outcome " << d.model.outcome;
-        // Every real file carries a product structure that the structured pass follows.
-        EXPECT_EQ(d.pass, DecodePass::Structured);
-        EXPECT_GT(d.model.part_count, 0u);
-        const prc::PRCHeader header = prc::readPRCHeader(file.data(), file.size());
-        EXPECT_EQ(d.model.authoring_version, header.authoring_version);
-        EXPECT_EQ(d.model.number_of_file_structures, header.number_of_file_structures);
+    const std::filesystem::path table = data / "streams.tsv";
+    if (std::getenv("MESHDRONE_RECORD_STREAMS")) {
+        std::ofstream out(table);
+        for (const auto& [name, r] : now) out << name << '\t' << r.first << '\t' << r.second << '\n';
+        GTEST_SKIP() << "recorded " << now.size() << " streams";
     }
-    EXPECT_GE(files, 10u);
+    std::ifstream in(table);
+    std::string name;
+    for (std::pair<uint64_t, uint32_t> r; in >> name >> r.first >> r.second;) recorded[name] = r;
+    EXPECT_EQ(recorded, now);
 }
 
 }  // namespace

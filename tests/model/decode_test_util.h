@@ -21,7 +21,8 @@ struct Decoded {
     DecodedModel model{};
     DecodePass pass = DecodePass::None;
     bool ok = false;
-    std::string invalid;  // why the answer is no valid result stream; "" when it is
+    std::vector<uint8_t> stream;  // the answer
+    std::string invalid;          // why it is no valid result stream; "" when it is
 
     explicit Decoded(const std::vector<uint8_t>& file) {
         uint8_t* copy = static_cast<uint8_t*>(std::malloc(std::max<size_t>(file.size(), 1)));
@@ -33,12 +34,13 @@ struct Decoded {
         FILE* sink = open_memstream(&stream, &length);
         writeDecodeResult(sink, ok, model);
         std::fclose(sink);
+        this->stream.assign(stream, stream + length);
+        std::free(stream);
         try {
-            result_reader::readResultStream(reinterpret_cast<const uint8_t*>(stream), length);
+            result_reader::readResultStream(this->stream.data(), this->stream.size());
         } catch (const result_reader::InvalidResultStream& e) {
             invalid = e.what();
         }
-        std::free(stream);
     }
     ~Decoded() {
         for (void* block : {(void*)model.positions, (void*)model.triangles, (void*)model.colors, (void*)model.part_records})
