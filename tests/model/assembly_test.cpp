@@ -99,10 +99,6 @@ TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
     ASSERT_EQ(m.nodes.size(), 2u);
     EXPECT_EQ(std::tuple(m.nodes[0].name, m.nodes[1].name, m.positions[0], triangleColour(m, 0)),
               std::tuple("named", "son", 5.0f, kBlue));
-    // The followers start at the prototype, not at the occurrence itself.
-    int64_t fs = -1, part = -1;
-    EXPECT_FALSE(findPartDefinition(ctx, 0, 2, fs, part));
-    EXPECT_EQ(resolveOccurrenceName(ctx, 0, 2), "");
 
     // Its own prototype, with nothing: the parent's colour and placement.
     occs = {occurrence("root", -1, {1}, &kAtFive), occurrence("", 0)};

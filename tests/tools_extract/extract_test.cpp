@@ -477,16 +477,14 @@ TEST_F(ExtractTool, ViewsPutKnownVerticesAtKnownPixels) {
         const nlohmann::json& views = glb.json["nodes"][glb.json["scenes"][0]["nodes"].back().get<int>()];
         const nlohmann::json& node = glb.json["nodes"][views["children"][camera].get<int>()];
         const nlohmann::json& lens = glb.json["cameras"][node["camera"].get<int>()];
-        const auto rotate = [](const nlohmann::json& q, std::array<double, 3> v, bool inverse) {
-            const double x = inverse ? -q[0].get<double>() : q[0].get<double>(), y = inverse ? -q[1].get<double>() : q[1].get<double>(),
-                         z = inverse ? -q[2].get<double>() : q[2].get<double>(), w = q[3];
-            const std::array<double, 3> t = {2 * (y * v[2] - z * v[1]), 2 * (z * v[0] - x * v[2]), 2 * (x * v[1] - y * v[0])};
-            return std::array<double, 3>{v[0] + w * t[0] + y * t[2] - z * t[1], v[1] + w * t[1] + z * t[0] - x * t[2],
-                                         v[2] + w * t[2] + x * t[1] - y * t[0]};
-        };
-        std::array<double, 3> local = {s, 0, 0}, place = {node["translation"][0], node["translation"][1], node["translation"][2]};
-        for (int k = 0; k < 3; ++k) local[k] -= place[k];
-        local = rotate(node["rotation"], local, true);
+        // The corner relative to the camera, turned back by the conjugate of its rotation.
+        const std::array<double, 3> v = {s - node["translation"][0].get<double>(), -node["translation"][1].get<double>(),
+                                         -node["translation"][2].get<double>()};
+        const double x = -node["rotation"][0].get<double>(), y = -node["rotation"][1].get<double>(),
+                     z = -node["rotation"][2].get<double>(), w = node["rotation"][3];
+        const std::array<double, 3> t = {2 * (y * v[2] - z * v[1]), 2 * (z * v[0] - x * v[2]), 2 * (x * v[1] - y * v[0])};
+        const std::array<double, 3> local = {v[0] + w * t[0] + y * t[2] - z * t[1], v[1] + w * t[1] + z * t[0] - x * t[2],
+                                             v[2] + w * t[2] + x * t[1] - y * t[0]};
         const bool ortho = lens["type"] == "orthographic";
         const double half = ortho ? lens["orthographic"]["ymag"].get<double>() : -local[2] * std::tan(lens["perspective"]["yfov"].get<double>() / 2);
         EXPECT_NEAR(200 + local[0] / half * 150, camera == 1 ? 150 + s : 200 + p, 0.5);
