@@ -102,8 +102,9 @@ void countSteps(uint64_t& steps, uint64_t n, const AssemblyLimits& limits) {
     if (steps > limits.max_steps) throw std::runtime_error("assieme PRC: struttura troppo grande");
 }
 
-void emitItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items, const double world[16],
-               uint32_t colour, PreviewMesh& mesh, const AssemblyLimits& limits, uint64_t& steps);
+void emitRepresentationItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
+                             const double world[16], uint32_t colour, PreviewMesh& mesh, const AssemblyLimits& limits,
+                             uint64_t& steps);
 
 void widenBox(float boxMin[3], float boxMax[3], const float* p) {
     for (int axis = 0; axis < 3; ++axis) {
@@ -207,22 +208,11 @@ void appendPiece(PreviewMesh& mesh, const TessMesh& piece, const double* m) {
     }
 }
 
-void emitRepresentationItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
-                             const double world[16], uint32_t colour, PreviewMesh& mesh) {
-    emitRepresentationItems(fs, items, world, colour, mesh, AssemblyLimits());
-}
-
-void emitRepresentationItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
-                             const double world[16], uint32_t colour, PreviewMesh& mesh,
-                             const AssemblyLimits& limits) {
-    uint64_t steps = 0;
-    emitItems(fs, items, world, colour, mesh, limits, steps);
-}
-
 namespace {
 
-void emitItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items, const double world[16],
-               uint32_t colour, PreviewMesh& mesh, const AssemblyLimits& limits, uint64_t& steps) {
+void emitRepresentationItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
+                             const double world[16], uint32_t colour, PreviewMesh& mesh, const AssemblyLimits& limits,
+                             uint64_t& steps) {
     countSteps(steps, items.size(), limits);
     for (const prc::PRCRepresentationItem& item : items) {
         const uint32_t itemColour = styledColour(fs.globals, item.line_style_index, colour);
@@ -246,7 +236,7 @@ void emitItems(PRCFileStructure& fs, const std::vector<prc::PRCRepresentationIte
         }
         // Children are placed by the part's matrix, not by this item's
         // local coordinate system.
-        emitItems(fs, item.items, world, itemColour, mesh, limits, steps);
+        emitRepresentationItems(fs, item.items, world, itemColour, mesh, limits, steps);
     }
 }
 
@@ -291,7 +281,7 @@ void assembleOccurrence(AssemblyContext& ctx, int64_t fsIndex, int64_t occurrenc
         PRCFileStructure& pfs = ctx.file_structures[size_t(partFs)];
         const prc::PRCPartDefinition& part = pfs.part_definitions[size_t(partIndex)];
         const uint32_t partColour = styledColour(pfs.globals, part.line_style_index, nodeColour);
-        emitItems(pfs, part.representation_items, nodeWorld, partColour, mesh, ctx.limits, ctx.steps);
+        emitRepresentationItems(pfs, part.representation_items, nodeWorld, partColour, mesh, ctx.limits, ctx.steps);
         AssemblyNode& node = mesh.nodes[nodeIndex];
         node.triangle_count = uint32_t(mesh.triangles.size() / 3 - node.first_triangle);
     }

@@ -86,12 +86,6 @@ void multiplyMatrix4(const double a[16], const double b[16], double out[16]);
 void assembleOccurrence(AssemblyContext& ctx, int64_t fsIndex, int64_t occurrenceIndex, uint32_t parentNode,
                         const double world[16], int32_t depth, uint32_t inheritedColour, PreviewMesh& mesh);
 
-// Emits the tessellations of items (and of their children) of file structure fs.
-void emitRepresentationItems(prc::PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
-                             const double world[16], uint32_t colour, PreviewMesh& mesh);
-void emitRepresentationItems(prc::PRCFileStructure& fs, const std::vector<prc::PRCRepresentationItem>& items,
-                             const double world[16], uint32_t colour, PreviewMesh& mesh,
-                             const AssemblyLimits& limits);
 
 // A highly compressed tessellation as a coloured piece; fails like
 // buildCompressedTessMesh. defaultRgb: three bytes or null.

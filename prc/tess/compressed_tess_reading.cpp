@@ -53,11 +53,8 @@ BitVector readBooleanArray(PRCBitReader& r, uint32_t count) {
     return bits;
 }
 
-uint32_t readUnsignedIntegerWithVariableBitNumber(PRCBitReader& r) {
-    const uint32_t width = r.readBits(5);
-    if (width > 32) throw std::runtime_error("readUnsignedIntegerWithVariableBitNumber: > 32 bit");
-    return r.readBits(int(width));
-}
+// A width of five bits is at most 31: every value fits one readBits call.
+uint32_t readUnsignedIntegerWithVariableBitNumber(PRCBitReader& r) { return r.readBits(int(r.readBits(5))); }
 
 PRC3DTessCompressed readPRC3DTessCompressed(PRCBitReader& r, uint32_t authoring_version) {
     readExpectedType(r, k3DTessCompressed, "PRC3DTessCompressed");

@@ -7,7 +7,10 @@ namespace prc {
 
 namespace {
 
-using DD = DoubleDouble;
+// An unevaluated sum hi + lo, about 106 bits of precision.
+struct DD {
+    double hi = 0.0, lo = 0.0;
+};
 
 // pi rounded to a double, and the rest of pi rounded again.
 constexpr DD kPi{0x1.921fb54442d18p+1, 0x1.1a62633145c07p-53};
@@ -243,11 +246,6 @@ double acosCorrectlyRounded(double x) {
         return rounded;
     }
     return evaluateDoubleDouble(r);
-}
-
-double acosDoubleDouble(double x) {
-    if (outsideDomain(x)) return std::numeric_limits<double>::quiet_NaN();
-    return evaluateDoubleDouble(reduce(x));
 }
 
 }  // namespace prc

@@ -18,13 +18,4 @@ namespace prc {
 // acos(x) rounded to nearest for -1 <= x <= 1; NaN outside that range and for NaN.
 double acosCorrectlyRounded(double x);
 
-// The double-double evaluation alone, rounded to nearest: the reference that
-// the fast path falls back to, exposed so that tests can hold the two together.
-double acosDoubleDouble(double x);
-
-// An unevaluated sum hi + lo, about 106 bits of precision.
-struct DoubleDouble {
-    double hi = 0.0, lo = 0.0;
-};
-
 }  // namespace prc
