@@ -504,9 +504,9 @@ TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
         {"office-editor-assembly.pdf", 15083, 4, "Studio"}, {"media9-style.pdf", 8137, 1, "Default"}};
     for (const auto& [name, authoring, fileStructures, shown] : pdfs) {
         SCOPED_TRACE(name);
-        const std::string pdf = dataFile(std::string("pdf/") + name), glbPath = dir_.file("m.glb"), png = dir_.file("m.png");
+        const std::string pdf = dataFile(std::string("pdf/") + name), glbPath = dir_.file("m.glb");
         // A single model keeps the output names as given.
-        const Run result = run({pdf, "--info", "--json", "-o", glbPath, "--png", png}, true);
+        const Run result = run({pdf, "--info", "--json", "-o", glbPath}, true);
         ASSERT_EQ(result.exit_code, kExitDone) << result.err;
         const nlohmann::json model = nlohmann::json::parse(result.out)["models"][0];
         EXPECT_EQ(model["prc"]["authoring_version"], authoring);
@@ -547,12 +547,6 @@ TEST_F(ExtractTool, RealPdfsExportWhatTheWorkerDecoded) {
         }
         EXPECT_EQ((model["bounding_box"]["min"].get<std::array<float, 3>>()), lo);
         EXPECT_EQ((model["bounding_box"]["max"].get<std::array<float, 3>>()), hi);
-        const auto [width, rgb] = readPng(png);
-        ASSERT_EQ(width, 512u);
-        size_t drawn = 0;
-        for (size_t i = 0; i < rgb.size(); i += 3) drawn += rgb[i] != rgb[0] || rgb[i + 2] != rgb[2];
-        // Drawn as the document's own view shows it, which may leave much empty.
-        EXPECT_GT(drawn, 512u * 512 / 200) << "the model covers almost nothing of the preview";
     }
 }
 

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
 #include "platform/wide_text.h"
 #include "worker/command_line.h"
 #include "worker/worker_entry.h"
@@ -55,26 +54,6 @@ TEST(WideText, Utf8DecodesLosslessly) {
     for (const auto& [bytes, text] : cases) {
         EXPECT_EQ(decodeUtf8Lossless(bytes), text) << bytes;
         EXPECT_EQ(encodeUtf8Lossless(text), bytes);
-    }
-}
-
-// argv -> command line -> split gives argv back; only an argument that is
-// empty or holds white space or a quote is quoted, and only the backslashes
-// before a quote (or the closing one) are doubled.
-TEST(PosixCommandLine, QuotesWhatTheSplitterNeeds) {
-    const std::pair<std::vector<std::string>, std::wstring> cases[] = {
-        {{"m", "a\\b\\", "\xC3\xA9\xFF"}, L"m a\\b\\ \u00E9\xDCFF"},
-        {{"m", "", "a b\\", "\t"}, L"m \"\" \"a b\\\\\" \"\t\""},
-        {{"m", "say \"hi\"", "x\\\"y", "e\\\\ "}, L"m \"say \\\"hi\\\"\" \"x\\\\\\\"y\" \"e\\\\ \""},
-    };
-    for (auto [argv, line] : cases) {
-        std::vector<char*> pointers;
-        for (std::string& arg : argv) pointers.push_back(arg.data());
-        pointers.push_back(nullptr);
-        EXPECT_EQ(platformCommandLine(int(argv.size()), pointers.data()), line);
-        std::vector<std::string> back;
-        for (const std::wstring& arg : splitCommandLine(line.c_str())) back.push_back(encodeUtf8Lossless(arg));
-        EXPECT_EQ(back, argv);
     }
 }
 
