@@ -86,6 +86,15 @@ uint32_t triangleColour(const PreviewMesh& m, uint32_t t) { return packColor(&m.
 prc::Matrix4 translated(double x) { return {1, 0, 0, x, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
 const prc::Matrix4 kAtFive = translated(5);
 
+// No real file places a part mirrored: its triangles turn round, so that
+// they keep their winding.
+TEST(Assembly, AMirrorKeepsTheWinding) {
+    AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
+    const prc::Matrix4 mirror = {-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    ctx.file_structures[0].product_occurrences = {occurrence("root", -1, {1, 2}), occurrence("a", 0), occurrence("m", 0, {}, &mirror)};
+    EXPECT_EQ(walk(ctx).triangles, (std::vector<uint32_t>{0, 1, 2, 3, 5, 4}));
+}
+
 TEST(Assembly, PrototypeChainGivesWhatTheOccurrenceLacks) {
     AssemblyContext ctx = contextOf({oneTriangleFileStructure()});
     auto& occs = ctx.file_structures[0].product_occurrences;

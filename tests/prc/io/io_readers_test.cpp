@@ -71,12 +71,19 @@ TEST(BitReader, NumberEncodings) {
     EXPECT_EQ(errorOf([&] { s.r.readBits(41); }), kPastEnd);
 }
 
-// Every valid reference code decodes the doubles of the real files; what
-// they never hold: references to b[5 + 3] and b[1 + 7], beyond the eight
-// bytes, and a code cut by the end of the data. (Exponent 1023, sign 0,
-// mantissa flag 1, nibble 1000.)
-TEST(BitReader, MantissaReferenceFailures) {
+// The reference codes that the real files never use: code 0 (the rest copy
+// the last byte), 6 (all but b[0] copy b[6]), 2 and 7 reaching b[7], the sign
+// and exponent byte; then references to b[5 + 3] and b[1 + 7], beyond the
+// eight bytes, and a code cut by the end of the data. (Exponent 1023, sign 0,
+// mantissa flag 1, nibble 1000: b[7] = 0x3F, b[6] = 0xF8.)
+TEST(BitReader, MantissaReferenceCodes) {
     const std::string head = "10011 0 1 1000 ";
+    const std::pair<std::string, uint64_t> cases[] = {
+        {head + "1 00010001 1 00100010 1 00110011 0 000", 0x3FF8112233333333},
+        {head + "0 110 01010101", 0x3FF8F8F8F8F8F855},
+        {"10011 1 1 1000 0 010 1 00000001 1 00000010 1 00000011 1 00000100 0 111", 0xBFF8BF01020304BF},
+    };
+    for (const auto& [bits, pattern] : cases) EXPECT_EQ(patternOf(Stream(bits).r.readDouble()), pattern) << bits;
     for (const std::string& bits : {head + "0 011 0000000", head + "1 00000001 1 00000010 1 00000011 1 00000100 0 111"})
         EXPECT_EQ(errorOf([&] { Stream(bits + " 0000").r.readDouble(); }),
                   "PRCBitReader: riferimento di mantissa non valido");
