@@ -148,6 +148,7 @@ ExactBody readCompressedBrepData(PRCBitReader& r) {
     readBaseTopology(r);
     r.readCharacter();  // behaviour
     const double tolerance = r.readDouble();
+    body.tolerance = tolerance;
     const uint32_t referenceBits = r.readBits(int(r.readBits(5)));
     if (referenceBits > 32) throw std::runtime_error("compressed body: reference width out of range");
     // Shared vertices and edges would follow in forms not known here.
@@ -156,6 +157,7 @@ ExactBody readCompressedBrepData(PRCBitReader& r) {
     if (!r.readBoolean()) refuse(kSkipUnreadBodies, "more than one shell");
     uint32_t faces = 1;
     if (!r.readBoolean()) faces = r.readBits(int(r.readBits(5)));
+    if (faces > kMaxSectionEntries) refuse(kSkipBudget, "too many faces");
     body.faces.reserve(r.entriesThatFit(faces, 32));
     for (uint32_t i = 0; i < faces; ++i) body.faces.push_back(readCompressedFace(r, tolerance));
     for (uint32_t i = 0; i < faces; ++i)

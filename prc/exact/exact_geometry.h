@@ -98,6 +98,7 @@ struct ExactFace {
 
 struct ExactBody {
     uint32_t type = 0;
+    double tolerance = 0;  // a compressed body's: its points are within this of the shape written
     std::vector<ExactFace> faces;
     uint32_t first_face = 0;  // position of its first face among the context's faces
 };
@@ -109,6 +110,7 @@ struct ExactContext {
 
 struct ExactGeometry {
     std::vector<ExactContext> contexts;
+    uint64_t face_total = 0;  // over all contexts
     // Bodies announced but not read: the reading stopped at data it cannot
     // step over, and every later body of the section is lost with it.
     uint32_t unread_bodies = 0;

@@ -22,6 +22,10 @@ struct UnreadableGeometry : std::runtime_error {
 
 // Curves nest in composite curves; deeper nesting than this is refused.
 constexpr int kMaxCurveDepth = 8;
+// Contexts, bodies and faces kept from one section, each: a face takes some
+// 250 bytes, so 2^18 of them 64 MiB, and the tessellation budget (2^22
+// cells, at least one a face) could not draw many more. Reading stops there.
+constexpr uint64_t kMaxSectionEntries = uint64_t(1) << 18;
 
 // The optional base of topological and geometric entities: a bit, then
 // attributes, a name and an identifier when it is set.

@@ -42,8 +42,10 @@ uint32_t getWord(const uint8_t* p) {
 std::string skipReasonPhrase(uint8_t reason, uint32_t count) {
     const bool one = count == 1;
     const std::string n = std::to_string(count);
-    if (const char* kind = surfaceKindName(reason))
-        return n + (one ? " face on a " : " faces on ") + kind + (one ? " surface" : " surfaces");
+    if (const char* kind = surfaceKindName(reason)) {
+        const bool vowel = std::string("aeiouAEIOU").find(kind[0]) != std::string::npos;
+        return n + (one ? (vowel ? " face on an " : " face on a ") : " faces on ") + kind + (one ? " surface" : " surfaces");
+    }
     switch (reason) {
         case kSkipTrimmed: return n + (one ? " trimmed face" : " trimmed faces");
         case kSkipParameterisation: return n + (one ? " face" : " faces") + " with an unsupported surface parameterisation";

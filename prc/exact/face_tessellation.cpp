@@ -14,12 +14,14 @@ constexpr double kPi = 3.14159265358979323846;
 // Segments for an arc of `angle` radians on a circle of radius r: each
 // segment's sagitta r (1 - cos(step / 2)) stays within the tolerance; a
 // whole circle gets three segments at least.
-uint64_t arcSegments(double r, double angle, double tolerance) {
+double arcSegments(double r, double angle, double tolerance) {
     if (!(angle > 0)) return 1;
-    const double least = std::ceil(angle / (2 * kPi / 3));
-    if (!(r > tolerance)) return uint64_t(std::max(1.0, least));
+    // Beyond 2^40 segments any count is over the budget; the bound keeps the
+    // count a number (a step of 0 would make it infinite).
+    const double least = std::min(std::ceil(angle / (2 * kPi / 3)), 0x1p40);
+    if (!(r > tolerance)) return std::max(1.0, least);
     const double step = 2 * std::acos(1 - tolerance / r);
-    return uint64_t(std::max({1.0, least, std::ceil(angle / step)}));
+    return step > 0 ? std::min(std::max({1.0, least, std::ceil(angle / step)}), 0x1p40) : 0x1p40;
 }
 
 // Samples of [lo, hi] with the given interior breakpoints kept, about
@@ -59,8 +61,8 @@ void splineCounts(const SecondDerivativeBounds& b, uint32_t degreeU, uint32_t de
         hu *= shrink;
         hv *= shrink;
     }
-    nu = hu > 0 ? std::ceil(lengthU / hu) : 1;
-    nv = hv > 0 ? std::ceil(lengthV / hv) : 1;
+    nu = hu > 0 ? std::min(std::ceil(lengthU / hu), 0x1p40) : 1;
+    nv = hv > 0 ? std::min(std::ceil(lengthV / hv), 0x1p40) : 1;
 }
 
 std::vector<double> distinctKnots(const std::vector<double>& knots) {
@@ -78,7 +80,7 @@ struct Sampling {
 // Segments for one curve of a ruled surface across [lo, hi].
 double curveSegments(const CurveDefinition& c, double tolerance) {
     const double span = c.t_max - c.t_min;
-    if (c.type == kCurveCircle) return double(arcSegments(std::abs(c.radius) * frameScale(c.frame), span, tolerance));
+    if (c.type == kCurveCircle) return arcSegments(std::abs(c.radius) * frameScale(c.frame), span, tolerance);
     if (c.type == kCurvePolyLine) return std::max(1.0, std::ceil(span));
     double nu = 1, nv = 1;
     splineCounts(nurbsSecondDerivativeBounds(c.nurbs), c.nurbs.degree_u, 0, span, 1, tolerance, nu, nv);
@@ -92,21 +94,21 @@ void segmentCounts(const SurfaceDefinition& s, double tolerance, double& nu, dou
     nu = nv = 1;
     switch (s.type) {
         case kSurfaceSphere:
-            nu = double(arcSegments(std::abs(s.p0) * scale, du, tolerance));
-            nv = double(arcSegments(std::abs(s.p0) * scale, dv, tolerance));
+            nu = arcSegments(std::abs(s.p0) * scale, du, tolerance);
+            nv = arcSegments(std::abs(s.p0) * scale, dv, tolerance);
             break;
         case kSurfaceCylinder:
-            nu = double(arcSegments(std::abs(s.p0) * scale, du, tolerance));
+            nu = arcSegments(std::abs(s.p0) * scale, du, tolerance);
             break;
         case kSurfaceCone: {
             const double slope = std::tan(s.p1);
             const double r = std::max(std::abs(s.p0 + s.v_min * slope), std::abs(s.p0 + s.v_max * slope));
-            nu = double(arcSegments(r * scale, du, tolerance));
+            nu = arcSegments(r * scale, du, tolerance);
             break;
         }
         case kSurfaceTorus:
-            nu = double(arcSegments((std::abs(s.p0) + std::abs(s.p1)) * scale, du, tolerance));
-            nv = double(arcSegments(std::abs(s.p1) * scale, dv, tolerance));
+            nu = arcSegments((std::abs(s.p0) + std::abs(s.p1)) * scale, du, tolerance);
+            nv = arcSegments(std::abs(s.p1) * scale, dv, tolerance);
             break;
         case kSurfaceRuled:
             // Straight across u; along v as finely as the finer curve needs.
@@ -124,15 +126,29 @@ void segmentCounts(const SurfaceDefinition& s, double tolerance, double& nu, dou
     }
 }
 
-Sampling sampleFace(const SurfaceDefinition& s, double tolerance) {
+bool isPatch(const ExactFace& face) {
+    const NurbsData& n = face.surface.nurbs;
+    return face.skip == 0 && face.surface.type == kSurfaceNurbs && !n.rational && distinctKnots(n.knots_u).size() == 2 &&
+           distinctKnots(n.knots_v).size() == 2;
+}
+
+Sampling sampleFace(const SurfaceDefinition& s, double tolerance, double atLeast) {
     double nu = 1, nv = 1;
     segmentCounts(s, tolerance, nu, nv);
+    nu = std::max(nu, atLeast);
+    nv = std::max(nv, atLeast);
     Sampling out;
     // The budget of one face, shared between the directions in proportion.
+    // Over the cells of one face: a direction that needs few segments keeps
+    // them and the other takes the rest; two dense directions share alike.
     if (!(nu * nv <= double(kMaxFaceCells))) {
-        const double shrink = std::sqrt(double(kMaxFaceCells) / (nu * nv));
-        nu = std::max(1.0, std::floor(nu * shrink));
-        nv = std::max(1.0, std::floor(nv * shrink));
+        const double cells = double(kMaxFaceCells), side = std::floor(std::sqrt(cells));
+        if (nu <= side)
+            nv = std::floor(cells / nu);
+        else if (nv <= side)
+            nu = std::floor(cells / nv);
+        else
+            nu = nv = side;
         out.coarsened = true;
     }
     std::vector<double> breaksU, breaksV;
@@ -187,15 +203,27 @@ GridIndex weldCollapsedLines(const std::vector<double>& p, size_t nu, size_t nv,
 
 }  // namespace
 
+double patchSegments(const ExactFace& face, double chordTolerance) {
+    if (!isPatch(face)) return 0;
+    double nu = 1, nv = 1;
+    segmentCounts(face.surface, chordTolerance, nu, nv);
+    return std::max(nu, nv);
+}
+
 FaceOutcome tessellateFace(const ExactFace& face, double chordTolerance, TessellationBudget& budget,
-                           const uint8_t rgb[3], TessMesh& piece) {
+                           const uint8_t rgb[3], TessMesh& piece, double patchSegments) {
     const SurfaceDefinition& s = face.surface;
     if (!(chordTolerance > 0)) return FaceOutcome::Invalid;
-    const Sampling sampling = sampleFace(s, chordTolerance);
+    const uint64_t probing = probeWork(s);
+    if (probing > budget.work_left) return FaceOutcome::OverBudget;
+    budget.work_left -= probing;
+    const Sampling sampling = sampleFace(s, chordTolerance, isPatch(face) ? std::min(patchSegments, 0x1p40) : 0);
     const size_t nu = sampling.us.size(), nv = sampling.vs.size();
     const uint64_t cells = uint64_t(nu - 1) * (nv - 1);
     if (cells > kMaxFaceCells + kMaxFaceCells / 2) return FaceOutcome::OverBudget;  // knot spans alone ask for more
-    if (cells > budget.cells_left) return FaceOutcome::OverBudget;
+    const uint64_t work = gridWork(s, nu, nv);
+    if (cells > budget.cells_left || work > budget.work_left) return FaceOutcome::OverBudget;
+    budget.work_left -= work;
     std::vector<double> points;
     if (!evaluateSurfaceGrid(s, sampling.us, sampling.vs, points)) return FaceOutcome::Invalid;
     for (double x : points)

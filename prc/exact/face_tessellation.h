@@ -21,17 +21,31 @@ namespace prc::exact {
 // (and counted); one that would exceed what the model has left is skipped.
 constexpr uint64_t kMaxModelCells = uint64_t(1) << 22;
 constexpr uint64_t kMaxFaceCells = uint64_t(1) << 20;
+// Cells do not bound the time alone: a B-spline of degree 31 over a wide
+// control net costs thousands of steps a row. The evaluations of one model
+// may take 2^31 multiply-adds, a few seconds at most, well inside the time
+// the host gives a decode.
+constexpr uint64_t kMaxModelWork = uint64_t(1) << 31;
 
 struct TessellationBudget {
     uint64_t cells_left = kMaxModelCells;
+    uint64_t work_left = kMaxModelWork;
 };
 
 enum class FaceOutcome { Drawn, Coarsened, OverBudget, Invalid };
 
 // Appends the triangles of face (in the body's coordinates, wound so that
 // their normals follow the face's side) to piece, every new vertex coloured
-// rgb. chordTolerance is absolute, in the body's units.
+// rgb. chordTolerance is absolute, in the body's units. A Bezier patch (a
+// polynomial B-spline of one span each way) gets at least patchSegments
+// segments in each direction.
 FaceOutcome tessellateFace(const ExactFace& face, double chordTolerance, TessellationBudget& budget,
-                           const uint8_t rgb[3], TessMesh& piece);
+                           const uint8_t rgb[3], TessMesh& piece, double patchSegments = 0);
+
+// The segments a Bezier patch asks for in its denser direction; 0 for any
+// other face. Patches that share edges meet without cracks when each is
+// given the largest count among them: a shared edge is then cut at the same
+// parameters from both sides.
+double patchSegments(const ExactFace& face, double chordTolerance);
 
 }  // namespace prc::exact

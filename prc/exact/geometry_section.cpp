@@ -53,6 +53,7 @@ void readShell(PRCBitReader& r, ExactBody& body) {
     const uint32_t faces = r.readUnsignedInteger();
     body.faces.reserve(body.faces.size() + r.entriesThatFit(faces, 16));
     for (uint32_t i = 0; i < faces; ++i) {
+        if (body.faces.size() >= kMaxSectionEntries) throw UnreadableGeometry(kSkipBudget, "too many faces");
         expectEmbedded(r, kTopoFace, "face");
         ExactFace face = readFace(r);
         // 0: the face is turned against its surface; the writer at hand
@@ -97,6 +98,8 @@ void readContextBodies(PRCBitReader& r, ExactContext& context, uint32_t bodies, 
     context.bodies.reserve(r.entriesThatFit(bodies, 8));
     for (uint32_t i = 0; i < bodies; ++i) {
         try {
+            if (context.bodies.size() >= kMaxSectionEntries || geometry.face_total >= kMaxSectionEntries)
+                throw UnreadableGeometry(kSkipBudget, "too many bodies or faces");
             const uint32_t type = r.readUnsignedInteger();
             ExactBody body;
             if (type == kTopoBrepData)
@@ -109,6 +112,7 @@ void readContextBodies(PRCBitReader& r, ExactContext& context, uint32_t bodies, 
                 throw UnreadableGeometry(kSkipOtherBody, "body of type " + std::to_string(type));
             body.first_face = context.face_count;
             context.face_count += uint32_t(body.faces.size());
+            geometry.face_total += body.faces.size();
             context.bodies.push_back(std::move(body));
         } catch (const UnreadableGeometry& e) {
             geometry.stop_reason = e.reason;
@@ -161,6 +165,7 @@ ExactGeometry readFileStructureGeometry(PRCBitReader& r) {
         const uint32_t contexts = r.readUnsignedInteger();
         geometry.contexts.reserve(r.entriesThatFit(contexts, 16));
         for (uint32_t c = 0; c < contexts; ++c) {
+            if (geometry.contexts.size() >= kMaxSectionEntries) throw std::runtime_error("too many contexts");
             readExpectedType(r, kTopoContext, "TopoContext");
             readAttributes(r);
             readNameOnly(r);

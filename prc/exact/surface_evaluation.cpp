@@ -162,6 +162,21 @@ double twistBound(const std::vector<double>& p, const NurbsData& n) {
 
 }  // namespace
 
+uint64_t gridWork(const SurfaceDefinition& s, uint64_t nu, uint64_t nv) {
+    if (s.type != kSurfaceNurbs) {
+        uint64_t curves = 0;  // a ruled surface's curves, evaluated once per v
+        for (const CurveDefinition& c : s.curves) curves += 4 * uint64_t(c.nurbs.degree_u + 1);
+        return 16 * nu * nv + curves * nv;
+    }
+    const NurbsData& n = s.nurbs;
+    return 4 * nu * uint64_t(n.degree_u + 1) * n.count_v + 4 * nu * nv * uint64_t(n.degree_v + 1);
+}
+
+uint64_t probeWork(const SurfaceDefinition& s) {
+    if (s.type != kSurfaceNurbs || !s.nurbs.rational) return 0;
+    return gridWork(s, 4 * uint64_t(s.nurbs.degree_u + 1) + 1, 4 * uint64_t(s.nurbs.degree_v + 1) + 1);
+}
+
 double frameScale(const Matrix4& m) {
     double scale = 0;
     for (int c = 0; c < 3; ++c) scale = std::max(scale, norm3(m[c], m[4 + c], m[8 + c]));

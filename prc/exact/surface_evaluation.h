@@ -30,6 +30,12 @@ struct SecondDerivativeBounds {
 };
 SecondDerivativeBounds nurbsSecondDerivativeBounds(const NurbsData& n);
 
+// The multiply-adds that evaluating s on a grid of nu x nv parameters costs
+// (a B-spline's rows across v, then every point), and those of the probe
+// grid that bounds a rational spline's derivatives (0 for other surfaces).
+uint64_t gridWork(const SurfaceDefinition& s, uint64_t nu, uint64_t nv);
+uint64_t probeWork(const SurfaceDefinition& s);
+
 // The largest factor by which a frame scales lengths (its largest column).
 double frameScale(const Matrix4& m);
 

@@ -12,9 +12,10 @@ namespace prc::exact {
 
 namespace {
 
-// Control points kept for one surface or curve: 2^20 of them take 32 MiB;
-// a larger one is read through and left out.
-constexpr uint64_t kMaxControlPoints = uint64_t(1) << 20;
+// Control points kept for one surface or curve: 2^16 of them (a net of
+// 256 x 256, 2 MiB) are far more than writers use for one face; a larger one
+// is read through and left out.
+constexpr uint64_t kMaxControlPoints = uint64_t(1) << 16;
 
 bool finite(double x) { return std::isfinite(x); }
 
