@@ -18,7 +18,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=$root/build-fuzz
-all_targets=(decode bit_reader compressed_arrays globals tree tessellation compressed_mesh command_line library)
+all_targets=(decode bit_reader compressed_arrays globals tree tessellation compressed_mesh command_line library exact)
 
 if [ "${1:-}" = "--available" ]; then
   command -v clang++ >/dev/null || exit 1

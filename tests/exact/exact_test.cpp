@@ -193,7 +193,9 @@ TEST(ExactScenes, ClosedShapesAreClosedAndConsistentlyWound) {
         int open = 0;
         for (const auto& [edge, uses] : directed)
             if (edge.first != edge.second && (uses != 1 || directed.count({edge.second, edge.first}) == 0)) ++open;
-        if (exact) EXPECT_EQ(open, 0);
+        if (exact) {
+            EXPECT_EQ(open, 0);
+        }
         // Chords cut inside curved surfaces: the volume falls short by a few percent at most.
         EXPECT_NEAR(enclosed, volume, 0.05 * std::abs(volume));
     }
