@@ -47,6 +47,10 @@ std::vector<double> readKnotVector(PRCBitReader& r, uint32_t degree) {
         const bool repeat = r.readBoolean();
         if (!repeat) multiplicity = r.readBits(width);
         if (multiplicity == 0) throw std::runtime_error("compressed face: knot without multiplicity");
+        // More knots than the most points a face may have (plus a degree)
+        // cannot make a face that is kept: refused before they fill memory.
+        if (knots.size() + multiplicity > kMaxCompressedPoints + 64)
+            throw std::runtime_error("compressed face: more knots than a face may have");
         knots.insert(knots.end(), multiplicity, double(k));
     }
     return knots;
