@@ -2,7 +2,9 @@
 // patch whose control points are stored as quantised steps from their
 // neighbours.
 
+#include <array>
 #include <cmath>
+#include <map>
 #include <string>
 
 #include "prc/exact/exact_reading.h"
@@ -145,6 +147,46 @@ ExactFace readCompressedFace(PRCBitReader& r, double tolerance) {
 }
 
 }  // namespace
+
+void stitchCompressedPatches(ExactContext& context) {
+    double tolerance = 0;
+    for (const ExactBody& body : context.bodies)
+        if (body.type == kTopoBrepDataCompress && std::isfinite(body.tolerance))
+            tolerance = std::max(tolerance, body.tolerance);
+    // Two quantised copies of one point differ by two steps (0.4 of the
+    // tolerance) at most: a point dropped from a frame keeps up to a step.
+    const double reach = 0.5 * tolerance;
+    if (!(reach > 0)) return;
+    std::map<std::array<long long, 3>, std::vector<const double*>> cells;
+    const auto cellOf = [&](const double* p, int dx, int dy, int dz) {
+        return std::array<long long, 3>{std::llround(std::floor(p[0] / reach)) + dx,
+                                        std::llround(std::floor(p[1] / reach)) + dy,
+                                        std::llround(std::floor(p[2] / reach)) + dz};
+    };
+    const auto stitch = [&](double* p) {
+        if (!std::isfinite(p[0]) || !std::isfinite(p[1]) || !std::isfinite(p[2]) ||
+            std::abs(p[0]) + std::abs(p[1]) + std::abs(p[2]) > 1e15 * reach)
+            return;  // beyond what a cell index can hold: left as it is
+        for (int n = 0; n < 27; ++n)
+            for (const double* q : cells[cellOf(p, n % 3 - 1, n / 3 % 3 - 1, n / 9 - 1)])
+                if (std::abs(p[0] - q[0]) <= reach && std::abs(p[1] - q[1]) <= reach && std::abs(p[2] - q[2]) <= reach) {
+                    std::copy(q, q + 3, p);
+                    return;
+                }
+        cells[cellOf(p, 0, 0, 0)].push_back(p);
+    };
+    for (ExactBody& body : context.bodies) {
+        if (body.type != kTopoBrepDataCompress) continue;
+        for (ExactFace& face : body.faces) {
+            NurbsData& n = face.surface.nurbs;
+            if (face.skip != 0 || n.points.size() != 4 * size_t(n.count_u) * n.count_v) continue;
+            for (uint32_t i = 0; i < n.count_u; ++i)
+                for (uint32_t j = 0; j < n.count_v; ++j)
+                    if (i == 0 || j == 0 || i + 1 == n.count_u || j + 1 == n.count_v)
+                        stitch(&n.points[4 * (size_t(i) * n.count_v + j)]);
+        }
+    }
+}
 
 ExactBody readCompressedBrepData(PRCBitReader& r) {
     ExactBody body;

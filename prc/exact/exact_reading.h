@@ -41,6 +41,12 @@ uint32_t readEmbeddedType(PRCBitReader& r);
 ExactBody readBrepData(PRCBitReader& r);
 ExactBody readCompressedBrepData(PRCBitReader& r);
 
+// Writers quantise each compressed patch on its own, so the edge two
+// patches share comes out of each a little apart (within the body's
+// tolerance), and cracks would show between them. The boundary control
+// points of a context's compressed patches that lie that close are made one.
+void stitchCompressedPatches(ExactContext& context);
+
 // The surface of a face, after its type code: fills face.surface, or sets
 // face.skip for a kind that is read but not drawn.
 void readSurface(PRCBitReader& r, uint32_t type, ExactFace& face);

@@ -176,7 +176,13 @@ ExactGeometry readFileStructureGeometry(PRCBitReader& r) {
             if (r.readBoolean()) r.readDouble();  // scale
             const uint32_t bodies = r.readUnsignedInteger();
             geometry.contexts.emplace_back();
-            readContextBodies(r, geometry.contexts.back(), bodies, geometry);
+            try {
+                readContextBodies(r, geometry.contexts.back(), bodies, geometry);
+            } catch (const std::exception&) {
+                stitchCompressedPatches(geometry.contexts.back());
+                throw;
+            }
+            stitchCompressedPatches(geometry.contexts.back());
         }
         r.skipUserData();
     } catch (const std::exception&) {
