@@ -21,9 +21,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     prc::TessMesh piece;
     for (const prc::exact::ExactContext& context : geometry.contexts)
         for (const prc::exact::ExactBody& body : context.bodies)
-            for (const prc::exact::ExactFace& face : body.faces)
-                if (face.skip == 0)
-                    prc::exact::tessellateFace(face, tolerance, budget, rgb, piece,
-                                               prc::exact::patchSegments(face, tolerance));
+            for (const prc::exact::ExactFace& face : body.faces) {
+                double segments[2];
+                prc::exact::patchSegments(face, tolerance, segments);
+                if (face.skip == 0) prc::exact::tessellateFace(face, tolerance, budget, rgb, piece, segments);
+            }
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "model/exact_decode.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <exception>
@@ -25,8 +26,8 @@ struct ExactFileStructure {
     ExactGeometry geometry;
     // (context, body, packed colour, scale class) -> piece, built once per pass.
     std::map<std::tuple<int64_t, int64_t, uint32_t, int32_t>, prc::TessMesh> pieces;
-    // (context, scale class) -> segments of every Bezier patch of the context.
-    std::map<std::pair<int64_t, int32_t>, double> patch_segments;
+    // (context, scale class) -> segments along u and v of every Bezier patch of the context.
+    std::map<std::pair<int64_t, int32_t>, std::array<double, 2>> patch_segments;
 };
 
 // Placements that scale a body alike share its piece: scales are taken in
@@ -106,19 +107,24 @@ void countReadingLosses(ExactPass& pass, const ExactGeometry& geometry) {
 // Writers cut a surface into Bezier patches, often each in a body of its
 // own within one context: the patches of a context are all cut alike, so
 // that their shared edges meet without cracks.
-double contextPatchSegments(ExactFileStructure& efs, int64_t context, int32_t scale, double tolerance) {
+const std::array<double, 2>& contextPatchSegments(ExactFileStructure& efs, int64_t context, int32_t scale,
+                                                  double tolerance) {
     const auto key = std::make_pair(context, scale);
     auto it = efs.patch_segments.find(key);
     if (it != efs.patch_segments.end()) return it->second;
-    double segments = 0;
+    std::array<double, 2> most{0, 0};
     for (const prc::exact::ExactBody& body : efs.geometry.contexts[size_t(context)].bodies)
-        for (const prc::exact::ExactFace& face : body.faces)
-            segments = std::max(segments, prc::exact::patchSegments(face, tolerance));
-    return efs.patch_segments.emplace(key, segments).first->second;
+        for (const prc::exact::ExactFace& face : body.faces) {
+            double segments[2];
+            prc::exact::patchSegments(face, tolerance, segments);
+            most = {std::max(most[0], segments[0]), std::max(most[1], segments[1])};
+        }
+    return efs.patch_segments.emplace(key, most).first->second;
 }
 
 prc::TessMesh buildBodyPiece(ExactPass& pass, const prc::exact::ExactBody& body, const prc::PRCGlobals& globals,
-                             uint32_t colour, double tolerance, double patchSegments, bool count) {
+                             uint32_t colour, double tolerance, const std::array<double, 2>& patchSegments,
+                             bool count) {
     uint8_t itemRgb[3] = {255, 255, 255};
     if (colour != 0) unpackColor(colour, itemRgb);
     const uint8_t* defaultRgb = colour != 0 ? itemRgb : nullptr;
@@ -131,7 +137,7 @@ prc::TessMesh buildBodyPiece(ExactPass& pass, const prc::exact::ExactBody& body,
         uint8_t rgb[3] = {itemRgb[0], itemRgb[1], itemRgb[2]};
         if (face.line_style_index != 0xFFFFFFFF) resolveStyleColor(globals, face.line_style_index, rgb, defaultRgb);
         const prc::exact::FaceOutcome outcome =
-            prc::exact::tessellateFace(face, tolerance, pass.budget, rgb, piece, patchSegments);
+            prc::exact::tessellateFace(face, tolerance, pass.budget, rgb, piece, patchSegments.data());
         if (!count) continue;
         switch (outcome) {
             case prc::exact::FaceOutcome::Coarsened: pass.faces_coarsened += 1; [[fallthrough]];
@@ -155,7 +161,7 @@ const prc::TessMesh* exactPiece(ExactPass& pass, size_t fsIndex, const prc::PRCG
         uint64_t(body) < contexts[size_t(context)].bodies.size()) {
         const bool count = pass.counting && pass.counted.emplace(fsIndex, context, body).second;
         const double tolerance = pass.chord_tolerance / std::exp2(double(scale) / 4);
-        const double segments = contextPatchSegments(efs, context, scale, tolerance);
+        const std::array<double, 2>& segments = contextPatchSegments(efs, context, scale, tolerance);
         piece = buildBodyPiece(pass, contexts[size_t(context)].bodies[size_t(body)], globals, colour, tolerance,
                                segments, count);
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "prc/exact/surface_evaluation.h"
 
@@ -132,11 +133,13 @@ bool isPatch(const ExactFace& face) {
            distinctKnots(n.knots_v).size() == 2;
 }
 
-Sampling sampleFace(const SurfaceDefinition& s, double tolerance, double atLeast) {
+Sampling sampleFace(const SurfaceDefinition& s, double tolerance, const double* atLeast) {
     double nu = 1, nv = 1;
     segmentCounts(s, tolerance, nu, nv);
-    nu = std::max(nu, atLeast);
-    nv = std::max(nv, atLeast);
+    if (atLeast != nullptr) {
+        nu = std::max(nu, std::min(atLeast[0], 0x1p40));
+        nv = std::max(nv, std::min(atLeast[1], 0x1p40));
+    }
     Sampling out;
     // The budget of one face, shared between the directions in proportion.
     // Over the cells of one face: a direction that needs few segments keeps
@@ -203,21 +206,19 @@ GridIndex weldCollapsedLines(const std::vector<double>& p, size_t nu, size_t nv,
 
 }  // namespace
 
-double patchSegments(const ExactFace& face, double chordTolerance) {
-    if (!isPatch(face)) return 0;
-    double nu = 1, nv = 1;
-    segmentCounts(face.surface, chordTolerance, nu, nv);
-    return std::max(nu, nv);
+void patchSegments(const ExactFace& face, double chordTolerance, double segments[2]) {
+    segments[0] = segments[1] = 0;
+    if (isPatch(face)) segmentCounts(face.surface, chordTolerance, segments[0], segments[1]);
 }
 
 FaceOutcome tessellateFace(const ExactFace& face, double chordTolerance, TessellationBudget& budget,
-                           const uint8_t rgb[3], TessMesh& piece, double patchSegments) {
+                           const uint8_t rgb[3], TessMesh& piece, const double patch[2]) {
     const SurfaceDefinition& s = face.surface;
     if (!(chordTolerance > 0)) return FaceOutcome::Invalid;
     const uint64_t probing = probeWork(s);
     if (probing > budget.work_left) return FaceOutcome::OverBudget;
     budget.work_left -= probing;
-    const Sampling sampling = sampleFace(s, chordTolerance, isPatch(face) ? std::min(patchSegments, 0x1p40) : 0);
+    const Sampling sampling = sampleFace(s, chordTolerance, isPatch(face) ? patch : nullptr);
     const size_t nu = sampling.us.size(), nv = sampling.vs.size();
     const uint64_t cells = uint64_t(nu - 1) * (nv - 1);
     if (cells > kMaxFaceCells + kMaxFaceCells / 2) return FaceOutcome::OverBudget;  // knot spans alone ask for more
@@ -226,8 +227,9 @@ FaceOutcome tessellateFace(const ExactFace& face, double chordTolerance, Tessell
     budget.work_left -= work;
     std::vector<double> points;
     if (!evaluateSurfaceGrid(s, sampling.us, sampling.vs, points)) return FaceOutcome::Invalid;
+    // The mesh stores floats: a point beyond their range has no place in it.
     for (double x : points)
-        if (!std::isfinite(x)) return FaceOutcome::Invalid;
+        if (!(std::abs(x) <= double(std::numeric_limits<float>::max()))) return FaceOutcome::Invalid;
     const uint64_t base = piece.positions.size() / 3;
     if (base + uint64_t(nu) * nv > UINT32_MAX) return FaceOutcome::OverBudget;
     budget.cells_left -= cells;

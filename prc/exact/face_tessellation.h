@@ -37,15 +37,16 @@ enum class FaceOutcome { Drawn, Coarsened, OverBudget, Invalid };
 // Appends the triangles of face (in the body's coordinates, wound so that
 // their normals follow the face's side) to piece, every new vertex coloured
 // rgb. chordTolerance is absolute, in the body's units. A Bezier patch (a
-// polynomial B-spline of one span each way) gets at least patchSegments
-// segments in each direction.
+// polynomial B-spline of one span each way) gets at least patch[0]
+// segments along u and patch[1] along v.
 FaceOutcome tessellateFace(const ExactFace& face, double chordTolerance, TessellationBudget& budget,
-                           const uint8_t rgb[3], TessMesh& piece, double patchSegments = 0);
+                           const uint8_t rgb[3], TessMesh& piece, const double patch[2] = nullptr);
 
-// The segments a Bezier patch asks for in its denser direction; 0 for any
-// other face. Patches that share edges meet without cracks when each is
-// given the largest count among them: a shared edge is then cut at the same
-// parameters from both sides.
-double patchSegments(const ExactFace& face, double chordTolerance);
+// The segments a Bezier patch asks for along u and v; 0 for any other face.
+// Patches that share edges meet without cracks when each is given the
+// largest counts among them: a shared edge is then cut at the same
+// parameters from both sides (writers cut a surface into patches that run
+// alike, u along u).
+void patchSegments(const ExactFace& face, double chordTolerance, double segments[2]);
 
 }  // namespace prc::exact
