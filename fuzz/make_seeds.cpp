@@ -42,10 +42,15 @@ void seedsOf(const fs::path& corpus, const fs::path& path) {
         const std::vector<uint32_t>& o = header.file_structures[f].offsets;
         const std::string id = path.stem().string() + "_fs" + std::to_string(f);
         const uint32_t version = o.empty() ? 0 : uint32_t(prc::readFileStructureHeader(file.data(), file.size(), o[0]) >> 32);
-        for (size_t k = 1; k <= 3 && k + 1 < o.size(); ++k) {
+        for (size_t k = 1; k <= 4 && k + 1 < o.size(); ++k) {
             try {
                 Bytes section = prc::inflateFileSection(file.data(), file.size(), o[k], o[k + 1]);
                 section.insert(section.begin(), fuzz::versionSelector(version));
+                if (k == 4) {  // the geometry section, after the byte that picks the tolerance (2^-9)
+                    section.insert(section.begin() + 1, uint8_t(9));
+                    write(corpus / "exact", id, section);
+                    continue;
+                }
                 write(corpus / (k == 1 ? "globals" : k == 2 ? "tree" : "tessellation"), id, section);
                 if (k == 3) write(corpus / "compressed_mesh", id, section);
             } catch (const std::exception&) {

@@ -6,7 +6,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
+
+#include "model/exact_decode.h"
 
 #include "platform/wide_text.h"
 #include "worker/decoded_model.h"
@@ -27,7 +30,23 @@ namespace {
 struct HeldModel {
     meshdrone_model view;
     DecodedModel decoded;
+    char* exact_report;  // malloc'd, or null
 };
+
+using Decoder = bool (*)(const uint8_t* data, uint64_t size, DecodedModel* out, prc::exact::ExactSummary* summary);
+
+bool workerDecode(const uint8_t* data, uint64_t size, DecodedModel* out, prc::exact::ExactSummary*) {
+    return decodePrcModel(data, size, out);
+}
+
+// The summary's lines joined by newlines, in one malloc'd string.
+char* reportText(const prc::exact::ExactSummary& summary) {
+    std::string text;
+    for (const std::string& line : prc::exact::describeExactSummary(summary)) text += (text.empty() ? "" : "\n") + line;
+    char* out = static_cast<char*>(std::malloc(text.size() + 1));
+    if (out != nullptr) std::memcpy(out, text.c_str(), text.size() + 1);
+    return out;
+}
 
 void releaseBlocks(DecodedModel& m) {
     std::free(m.positions);
@@ -53,11 +72,9 @@ meshdrone_result resultOfInputFailure(const char* message) {
 
 }  // namespace
 
-extern "C" {
+namespace {
 
-const char* meshdrone_version(void) { return MESHDRONE_LIBRARY_VERSION; }
-
-meshdrone_result meshdrone_decode(const void* data, size_t size, meshdrone_model** model) {
+meshdrone_result decodeWith(Decoder decoder, const void* data, size_t size, meshdrone_model** model) {
     if (model == nullptr) return MESHDRONE_INVALID_ARGUMENT;
     *model = nullptr;
     // The worker takes a file of 1 to 2^31 - 1 bytes and calls any other size empty.
@@ -68,8 +85,10 @@ meshdrone_result meshdrone_decode(const void* data, size_t size, meshdrone_model
     if (held == nullptr) return MESHDRONE_NO_RESULT;
     DecodedModel& m = held->decoded;
     bool decoded = false;
+    prc::exact::ExactSummary summary;
+    const bool exact = decoder != &workerDecode;
     try {
-        decoded = decodePrcModel(static_cast<const uint8_t*>(data), size, &m);
+        decoded = decoder(static_cast<const uint8_t*>(data), size, &m, &summary);
     } catch (...) {
         // The driver catches every failure of the decoders below it; nothing
         // may cross this C boundary even so.
@@ -99,12 +118,22 @@ meshdrone_result meshdrone_decode(const void* data, size_t size, meshdrone_model
                   m.number_of_file_structures,
                   m.color_count,
                   m.material_count,
-                  m.style_count};
+                  m.style_count,
+                  nullptr};
+    if (exact) {
+        held->exact_report = reportText(summary);
+        if (held->exact_report == nullptr) {
+            releaseBlocks(m);
+            std::free(held);
+            return MESHDRONE_NO_RESULT;
+        }
+        held->view.exact_report = held->exact_report;
+    }
     *model = &held->view;
     return MESHDRONE_OK;
 }
 
-meshdrone_result meshdrone_decode_file(const char* path, meshdrone_model** model) {
+meshdrone_result decodeFileWith(Decoder decoder, const char* path, meshdrone_model** model) {
     if (model == nullptr) return MESHDRONE_INVALID_ARGUMENT;
     *model = nullptr;
     if (path == nullptr) return MESHDRONE_INVALID_ARGUMENT;
@@ -114,15 +143,38 @@ meshdrone_result meshdrone_decode_file(const char* path, meshdrone_model** model
     } catch (...) {  // the wide path did not fit in memory
         return MESHDRONE_OUT_OF_MEMORY;
     }
-    const meshdrone_result result = meshdrone_decode(input.data, input.size, model);
+    const meshdrone_result result = decodeWith(decoder, input.data, input.size, model);
     std::free(input.data);
     return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+const char* meshdrone_version(void) { return MESHDRONE_LIBRARY_VERSION; }
+
+meshdrone_result meshdrone_decode(const void* data, size_t size, meshdrone_model** model) {
+    return decodeWith(&workerDecode, data, size, model);
+}
+
+meshdrone_result meshdrone_decode_file(const char* path, meshdrone_model** model) {
+    return decodeFileWith(&workerDecode, path, model);
+}
+
+meshdrone_result meshdrone_decode_exact(const void* data, size_t size, meshdrone_model** model) {
+    return decodeWith(&model::decodeExactModel, data, size, model);
+}
+
+meshdrone_result meshdrone_decode_file_exact(const char* path, meshdrone_model** model) {
+    return decodeFileWith(&model::decodeExactModel, path, model);
 }
 
 void meshdrone_free(meshdrone_model* model) {
     if (model == nullptr) return;
     HeldModel* held = reinterpret_cast<HeldModel*>(model);
     releaseBlocks(held->decoded);
+    std::free(held->exact_report);
     std::free(held);
 }
 

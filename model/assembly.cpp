@@ -216,23 +216,33 @@ void emitRepresentationItems(PRCFileStructure& fs, const std::vector<prc::PRCRep
     countSteps(steps, items.size(), limits);
     for (const prc::PRCRepresentationItem& item : items) {
         const uint32_t itemColour = styledColour(fs.globals, item.line_style_index, colour);
+        // The item's placement: the part's, after the item's own coordinate system.
+        double placement[16];
+        bool placed = false;
+        const auto place = [&]() {
+            const auto& systems = fs.globals.reference_coordinate_systems;
+            const int64_t lcs = item.index_local_coordinate_system;
+            if (lcs >= 0 && uint64_t(lcs) < systems.size())
+                multiplyMatrix4(world, systems[size_t(lcs)].data(), placement);
+            else
+                std::copy(world, world + 16, placement);
+            placed = true;
+        };
+        const TessMesh* source = nullptr;
         if (item.index_tessellation >= 0 && uint64_t(item.index_tessellation) < fs.tessellation_refs.size()) {
-            const TessMesh& piece = cachedPiece(fs, item.index_tessellation, itemColour);
-            const uint64_t pieceTriangles = piece.triangles.size() / 3;
-            if (pieceTriangles != 0) {
-                double placement[16];
-                const auto& systems = fs.globals.reference_coordinate_systems;
-                const int64_t lcs = item.index_local_coordinate_system;
-                if (lcs >= 0 && uint64_t(lcs) < systems.size())
-                    multiplyMatrix4(world, systems[size_t(lcs)].data(), placement);
-                else
-                    std::copy(world, world + 16, placement);
-                if (mesh.triangles.size() / 3 + pieceTriangles > limits.max_triangles)
-                    throw std::runtime_error("assieme PRC: troppi triangoli");
-                if (mesh.positions.size() / 3 + piece.positions.size() / 3 > limits.max_vertices)
-                    throw std::runtime_error("assieme PRC: troppi vertici");
-                appendPiece(mesh, piece, placement);
-            }
+            source = &cachedPiece(fs, item.index_tessellation, itemColour);
+        } else if (fs.exact_piece && item.index_body >= 0) {
+            place();  // the exact piece's density depends on the scale it is drawn at
+            source = fs.exact_piece(item, itemColour, placement);
+        }
+        if (source != nullptr && source->triangles.size() >= 3) {
+            const TessMesh& piece = *source;
+            if (!placed) place();
+            if (mesh.triangles.size() / 3 + piece.triangles.size() / 3 > limits.max_triangles)
+                throw std::runtime_error("assieme PRC: troppi triangoli");
+            if (mesh.positions.size() / 3 + piece.positions.size() / 3 > limits.max_vertices)
+                throw std::runtime_error("assieme PRC: troppi vertici");
+            appendPiece(mesh, piece, placement);
         }
         // Children are placed by the part's matrix, not by this item's
         // local coordinate system.

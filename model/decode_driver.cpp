@@ -21,15 +21,6 @@ namespace {
 // consulted: newer than every version threshold.
 constexpr uint32_t kNewestVersion = 0xFFFFFFFF;
 
-struct Statistics {
-    uint32_t minimal_version_for_read = 0;
-    uint32_t authoring_version = 0;
-    uint32_t number_of_file_structures = 0;
-    uint32_t color_count = 0;
-    uint32_t material_count = 0;
-    uint32_t style_count = 0;
-};
-
 // Section k lies between offsets k and k + 1, both inside the file.
 bool sectionUsable(const std::vector<uint32_t>& offsets, size_t k, uint64_t size) {
     return k + 1 < offsets.size() && offsets[k] < offsets[k + 1] && offsets[k + 1] <= size;
@@ -41,7 +32,7 @@ uint32_t fileStructureAuthoringVersion(const uint8_t* data, uint64_t size, uint3
 
 // Counts the colours, materials and styles of every globals section that
 // reads; one that does not adds nothing.
-void countGlobals(const prc::PRCHeader& header, const uint8_t* data, uint64_t size, Statistics& stats) {
+void countGlobals(const prc::PRCHeader& header, const uint8_t* data, uint64_t size, HeaderStatistics& stats) {
     prc::InflationBudget budget;  // each pass bounds what all its sections inflate to
     for (const prc::FileStructureDescriptor& d : header.file_structures) {
         if (d.offsets.size() < 3 || !sectionUsable(d.offsets, 1, size)) continue;
@@ -91,7 +82,7 @@ std::vector<ModelFileRoot> readModelFile(prc::PRCBitReader& r) {
     return roots;
 }
 
-PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size) {
+PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStructureHook& hook) {
     prc::InflationBudget budget;
     AssemblyContext ctx;
     ctx.header = prc::readPRCHeader(data, size);
@@ -106,8 +97,10 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size) {
     }
 
     ctx.file_structures.resize(ctx.header.file_structures.size());
-    for (size_t i = 0; i < ctx.file_structures.size(); ++i)
+    for (size_t i = 0; i < ctx.file_structures.size(); ++i) {
         prc::readFileStructure(ctx.header, ctx.file_structures, data, size, uint32_t(i));
+        if (hook) hook(ctx.header, i, ctx.file_structures[i]);
+    }
 
     PreviewMesh mesh;
     for (const ModelFileRoot& root : roots) {
@@ -169,6 +162,38 @@ PreviewMesh runFlatPass(const uint8_t* data, uint64_t size) {
     return mesh;
 }
 
+bool readHeaderStatistics(const uint8_t* data, uint64_t size, HeaderStatistics& stats) {
+    try {
+        const prc::PRCHeader header = prc::readPRCHeader(data, size);
+        stats.minimal_version_for_read = header.minimal_version_for_read;
+        stats.authoring_version = header.authoring_version;
+        stats.number_of_file_structures = header.number_of_file_structures;
+        countGlobals(header, data, size, stats);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool finishDecodedModel(PreviewMesh& mesh, bool withRecords, const HeaderStatistics& stats, DecodedModel* out) {
+    try {
+        if (!buildDecodedOutput(mesh, withRecords, out)) {
+            failWith(out, kOutcomeNoResult);
+            return false;
+        }
+    } catch (const std::exception&) {
+        failWith(out, kOutcomeDecodingError);
+        return false;
+    }
+    out->minimal_version_for_read = stats.minimal_version_for_read;
+    out->authoring_version = stats.authoring_version;
+    out->number_of_file_structures = stats.number_of_file_structures;
+    out->color_count = stats.color_count;
+    out->material_count = stats.material_count;
+    out->style_count = stats.style_count;
+    return true;
+}
+
 bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass) {
     std::memset(out, 0, sizeof *out);
     if (pass != nullptr) *pass = DecodePass::None;
@@ -178,14 +203,8 @@ bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, Decod
         return false;
     }
 
-    Statistics stats;
-    try {
-        const prc::PRCHeader header = prc::readPRCHeader(data, size);
-        stats.minimal_version_for_read = header.minimal_version_for_read;
-        stats.authoring_version = header.authoring_version;
-        stats.number_of_file_structures = header.number_of_file_structures;
-        countGlobals(header, data, size, stats);
-    } catch (const std::exception&) {
+    HeaderStatistics stats;
+    if (!readHeaderStatistics(data, size, stats)) {
         failWith(out, kOutcomeDecodingError);
         return false;
     }
@@ -211,21 +230,7 @@ bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, Decod
         }
     }
 
-    try {
-        if (!buildDecodedOutput(mesh, used == DecodePass::Structured, out)) {
-            failWith(out, kOutcomeNoResult);
-            return false;
-        }
-    } catch (const std::exception&) {
-        failWith(out, kOutcomeDecodingError);
-        return false;
-    }
-    out->minimal_version_for_read = stats.minimal_version_for_read;
-    out->authoring_version = stats.authoring_version;
-    out->number_of_file_structures = stats.number_of_file_structures;
-    out->color_count = stats.color_count;
-    out->material_count = stats.material_count;
-    out->style_count = stats.style_count;
+    if (!finishDecodedModel(mesh, used == DecodePass::Structured, stats, out)) return false;
     if (pass != nullptr) *pass = used;
     return true;
 }

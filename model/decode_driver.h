@@ -5,6 +5,7 @@
 // when the structured pass fails or draws nothing.
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "model/assembly.h"
@@ -24,10 +25,33 @@ struct ModelFileRoot {
 // read); entries with no occurrence are left out.
 std::vector<ModelFileRoot> readModelFile(prc::PRCBitReader& r);
 
+// Called by the structured pass for every file structure once it is read,
+// before the walk: where the exact decoder gives it its exact pieces.
+using FileStructureHook = std::function<void(const prc::PRCHeader&, size_t index, prc::PRCFileStructure&)>;
+
 // The passes on their own. Both fail by exception; the structured pass's
 // mesh has nodes, the flat pass's none.
-PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size);
+PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStructureHook& hook = {});
 PreviewMesh runFlatPass(const uint8_t* data, uint64_t size);
+
+// What every result reports besides its mesh: the first header's numbers
+// and the colours, materials and styles of every globals section.
+struct HeaderStatistics {
+    uint32_t minimal_version_for_read = 0;
+    uint32_t authoring_version = 0;
+    uint32_t number_of_file_structures = 0;
+    uint32_t color_count = 0;
+    uint32_t material_count = 0;
+    uint32_t style_count = 0;
+};
+
+// The statistics pass; false when the header cannot be read (outcome 2).
+bool readHeaderStatistics(const uint8_t* data, uint64_t size, HeaderStatistics& stats);
+
+// The result of a pass's mesh: the output blocks, the part records when
+// withRecords, the statistics. False with out's outcome set when the blocks
+// cannot be built.
+bool finishDecodedModel(PreviewMesh& mesh, bool withRecords, const HeaderStatistics& stats, DecodedModel* out);
 
 // Which pass produced a successful result.
 enum class DecodePass { None, Structured, Flat };

@@ -89,14 +89,14 @@ py::array view(const T* data, uint32_t rows, py::handle owner) {
 
 const meshdrone_model& modelOf(py::handle self) { return *self.cast<const Model&>(); }
 
-py::object decode(py::object source) {
+py::object decode(py::object source, bool exact) {
     meshdrone_model* model = nullptr;
     meshdrone_result result;
     if (py::isinstance<py::str>(source) || py::hasattr(source, "__fspath__")) {
         const std::string path = py::bytes(py::module_::import("os").attr("fsencode")(source));
         if (path.find('\0') != std::string::npos) throw py::value_error("decode: embedded null byte in the path");
         py::gil_scoped_release unlocked;
-        result = meshdrone_decode_file(path.c_str(), &model);
+        result = exact ? meshdrone_decode_file_exact(path.c_str(), &model) : meshdrone_decode_file(path.c_str(), &model);
     } else {
         Py_buffer buffer;
         if (PyObject_GetBuffer(source.ptr(), &buffer, PyBUF_SIMPLE) != 0) {
@@ -105,7 +105,8 @@ py::object decode(py::object source) {
         }
         {
             py::gil_scoped_release unlocked;  // the buffer stays exported, so it cannot be resized meanwhile
-            result = meshdrone_decode(buffer.buf, size_t(buffer.len), &model);
+            result = exact ? meshdrone_decode_exact(buffer.buf, size_t(buffer.len), &model)
+                           : meshdrone_decode(buffer.buf, size_t(buffer.len), &model);
         }
         PyBuffer_Release(&buffer);
     }
@@ -232,6 +233,14 @@ PYBIND11_MODULE(_meshdrone, m) {
                                "Colours summed over the globals of every file structure.")
         .def_property_readonly("material_count", [](const Model& model) { return (*model).material_count; })
         .def_property_readonly("style_count", [](const Model& model) { return (*model).style_count; })
+        .def_property_readonly(
+            "exact_report",
+            [](const Model& model) -> py::object {
+                const char* report = (*model).exact_report;
+                return report ? py::object(py::str(report)) : py::object(py::none());
+            },
+            "None for the worker's decoder; for decode(..., exact=True), what the exact decoder reports:\n"
+            "the chord tolerance, then one line per kind of face left out.")
         .def(
             "to_trimesh",
             [](py::object self) {
@@ -261,10 +270,12 @@ PYBIND11_MODULE(_meshdrone, m) {
         .def("__iter__", [](py::object self) { return self; })
         .def("__next__", &nextModel);
 
-    m.def("decode", &decode, "data_or_path"_a,
+    m.def("decode", &decode, "data_or_path"_a, py::kw_only(), "exact"_a = false,
           "Decodes one PRC stream: bytes-like data, or a path (str or os.PathLike) of a file\n"
           "holding it. Returns a Model; raises DecodeError when the stream cannot be decoded.\n"
-          "The interpreter lock is released while decoding.");
+          "With exact=True the exact decoder also tessellates the exact surfaces (B-rep bodies)\n"
+          "that files without tessellations hold, as Asymptote writes them; Model.exact_report\n"
+          "says how. The interpreter lock is released while decoding.");
     m.def("models_in_pdf", &modelsInPdf, "path"_a,
           "Every PRC model of a PDF (each 3D annotation whose stream is PRC), or of a raw PRC\n"
           "file, as (Place, Model) pairs decoded one at a time. A model that cannot be decoded\n"

@@ -18,7 +18,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=$root/build-fuzz
-all_targets=(decode bit_reader compressed_arrays globals tree tessellation compressed_mesh command_line library)
+all_targets=(decode bit_reader compressed_arrays globals tree tessellation compressed_mesh command_line library exact)
 
 if [ "${1:-}" = "--available" ]; then
   command -v clang++ >/dev/null || exit 1
@@ -33,7 +33,7 @@ ninja -C "$build" -j "${JOBS:-1}" $(printf 'fuzz_%s ' "${all_targets[@]}") make_
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 
 if [ "${1:-}" = "--seeds" ]; then
-  ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/make_fuzz_seeds" fuzz/corpus tests/data/*.prc tests/data/gen/*.prc
+  ASAN_OPTIONS=detect_leaks=0 "$build/fuzz/make_fuzz_seeds" fuzz/corpus tests/data/*.prc tests/data/gen/*.prc tests/data/exact/*.prc
   du -sh fuzz/corpus
   exit
 fi

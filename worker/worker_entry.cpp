@@ -63,6 +63,11 @@ int writeDecodeResult(FILE* stream, bool decoded, const DecodedModel& model) {
 }
 
 int runWorker(int argc, char** argv) {
+    // decodePrcModel is overloaded; the contract's form is the one meant.
+    return runWorkerWith(argc, argv, static_cast<DecodeFunction>(&decodePrcModel));
+}
+
+int runWorkerWith(int argc, char** argv, DecodeFunction decode) {
     setStdoutBinary();
     const std::wstring commandLine = platformCommandLine(argc, argv);
     const std::optional<std::wstring> path = inputPathArgument(commandLine.c_str());
@@ -72,7 +77,7 @@ int runWorker(int argc, char** argv) {
     if (const char* failure = readInputFile(*path, input)) return writeErrorRecord(failure);
 
     DecodedModel model{};
-    const bool decoded = decodePrcModel(input.data, input.size, &model);
+    const bool decoded = decode(input.data, input.size, &model);
     std::free(input.data);
     // The model's blocks are left to the end of the process, which follows at
     // once: freeing them would only delay the host.

@@ -43,3 +43,8 @@ int writeDecodeResult(FILE* stream, bool decoded, const DecodedModel& model);
 // The whole run. Returns the exit status when an error record ends it before
 // any decode; after a decode the process ends inside, without clean-up.
 int runWorker(int argc, char** argv);
+
+// The same run with another decoder behind the same contract: the exact
+// decoder's program is this process with decodeExactModel.
+using DecodeFunction = bool (*)(const uint8_t* data, uint64_t size, DecodedModel* out);
+int runWorkerWith(int argc, char** argv, DecodeFunction decode);

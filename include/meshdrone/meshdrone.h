@@ -114,6 +114,14 @@ typedef struct meshdrone_model {
     uint32_t color_count;
     uint32_t material_count;
     uint32_t style_count;
+    /*
+     * NULL for a model of the worker's decoder. For one of
+     * meshdrone_decode_exact: what the exact decoder reports, one statement a
+     * line, UTF-8, NUL-terminated: "tessellated from exact surfaces, chord
+     * tolerance 0.002", then one line per kind of face it left out
+     * ("3 faces on offset surfaces skipped").
+     */
+    const char* exact_report;
 } meshdrone_model;
 
 /* The library's version, "MAJOR.MINOR". */
@@ -131,6 +139,22 @@ MESHDRONE_API meshdrone_result meshdrone_decode(const void* data, size_t size, m
  * does; the file's failures are those the worker reports for its input file.
  */
 MESHDRONE_API meshdrone_result meshdrone_decode_file(const char* path, meshdrone_model** model);
+
+/*
+ * The exact decoder, for the many files (those Asymptote writes by default,
+ * for one) that store surfaces only as exact geometry, where
+ * meshdrone_decode answers MESHDRONE_NO_GEOMETRY: the same walk of the
+ * product structure, placements and colours, with every B-rep body's faces
+ * (spheres, cylinders, cones, tori, ruled and NURBS surfaces, compressed
+ * Bezier patches) tessellated to a chord tolerance of 0.002 of the model's
+ * bounding box diagonal. Faces it cannot draw (trimmed faces, other surface
+ * kinds) are left out and named in exact_report, never guessed. Results as
+ * for meshdrone_decode; the triangle count is bounded by a budget of 2^23.
+ * Exact surfaces are also found in files with tessellations: this call
+ * draws both, the tessellation of an item where it has one.
+ */
+MESHDRONE_API meshdrone_result meshdrone_decode_exact(const void* data, size_t size, meshdrone_model** model);
+MESHDRONE_API meshdrone_result meshdrone_decode_file_exact(const char* path, meshdrone_model** model);
 
 /* Releases a model and every array of it; NULL is allowed. */
 MESHDRONE_API void meshdrone_free(meshdrone_model* model);

@@ -3,6 +3,7 @@
 // section) and its tessellations, each section read on its own.
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -52,6 +53,12 @@ struct PRCFileStructure {
     std::vector<TessellationRef> tessellation_refs;
     // Owned by the assembly: each tessellation triangulated once per colour.
     std::map<PieceKey, TessMesh> piece_cache;
+    // Set by the exact decoder only: the piece of a B-rep model item without
+    // a tessellation, from the file structure's exact geometry, in the given
+    // packed colour, for the given placement (whose scale sets how finely it
+    // is tessellated); null when there is none. The worker leaves it empty.
+    std::function<const TessMesh*(const PRCRepresentationItem&, uint32_t colour, const double placement[16])>
+        exact_piece;
 };
 
 struct PRCFileStructureTree {

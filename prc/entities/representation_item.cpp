@@ -10,10 +10,14 @@ namespace prc {
 
 namespace {
 
-void readBodyIdentifiers(PRCBitReader& r) {
+void readBodyIdentifiers(PRCBitReader& r, PRCRepresentationItem& item) {
     if (r.readBoolean()) {  // context and body of the exact geometry
-        r.readUnsignedInteger();
-        r.readUnsignedInteger();
+        const int64_t context = storedIndex(r.readUnsignedInteger());
+        const int64_t body = storedIndex(r.readUnsignedInteger());
+        if (item.type == kRiBrepModel) {
+            item.index_context = context;
+            item.index_body = body;
+        }
     }
 }
 
@@ -36,12 +40,12 @@ PRCRepresentationItem readRepresentationItemAt(PRCBitReader& r, int depth) {
     readRepresentationItemContent(r, item);
     switch (item.type) {
         case kRiBrepModel:
-            readBodyIdentifiers(r);
+            readBodyIdentifiers(r, item);
             r.readBoolean();  // is_closed
             break;
         case kRiCurve:
         case kRiPlane:
-            readBodyIdentifiers(r);
+            readBodyIdentifiers(r, item);
             break;
         case kRiDirection:
             if (r.readBoolean()) r.readVector3d();  // origin

@@ -14,6 +14,11 @@ struct PRCRepresentationItem {
     int64_t index_tessellation = -1;
     int64_t index_local_coordinate_system = -1;
     uint32_t line_style_index = 0xFFFFFFFF;
+    // A B-rep model's exact body: its topological context and its body in
+    // that context (the worker draws tessellations only; the exact decoder
+    // draws these).
+    int64_t index_context = -1;
+    int64_t index_body = -1;
     std::vector<PRCRepresentationItem> items;
     Matrix4 transformation = kIdentityMatrix;
 };

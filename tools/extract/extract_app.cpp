@@ -153,7 +153,11 @@ Every PRC model of the PDF is found: in 3D annotations, in the 3D instances of
 RichMedia annotations (as LaTeX's media9 package writes them), and in attached
 files; a model reached from several places is decoded once. Each one is decoded
 by the meshdrone worker, run in a process of its own with a time and a memory
-limit, exactly as a PDF viewer runs it. U3D models are reported but not read.
+limit, exactly as a PDF viewer runs it. A model that holds exact surfaces only
+(no triangles, as Asymptote writes them) is then handed to the exact decoder,
+meshdrone-exact (found beside the worker), under the same limits; its mesh is
+tessellated to a chord tolerance of 0.002 of the model's size, and the report
+says so. U3D models are reported but not read.
 
 Output:
   -o, --output FILE    the model file to write (default: INPUT's file name with
@@ -383,6 +387,23 @@ int runExtract(int argc, char** argv) {
                         runWorker(worker, bytes, o.limits, [&](double seconds) { progress.show(label, seconds); });
                     progress.clear();
                     interpretWorkerRun(run, o.limits, result);
+                    // A model the worker finds no triangle in may hold exact
+                    // surfaces only: the exact decoder, under the same limits
+                    // in a process of its own, tessellates them.
+                    const std::string exact = findProgram("meshdrone-exact", worker);
+                    if (result.outcome == Outcome::NoGeometry && holdsExactGeometry(bytes) && !exact.empty()) {
+                        ModelResult second = result;
+                        const WorkerRun exactRun = runWorker(
+                            exact, bytes, o.limits, [&](double seconds) { progress.show(label, run.seconds + seconds); });
+                        progress.clear();
+                        interpretWorkerRun(exactRun, o.limits, second);
+                        second.seconds += run.seconds;
+                        if (second.outcome == Outcome::Decoded) {
+                            result = std::move(second);
+                        } else if (second.outcome != Outcome::NoGeometry) {
+                            result.message += "; the exact surfaces could not be drawn either: " + second.message;
+                        }
+                    }
                 }
                 break;
             case StreamKind::U3d: result.outcome = Outcome::NotSupported, result.message = source.problem; break;
@@ -446,6 +467,11 @@ int runExtract(int argc, char** argv) {
             if (!o.quiet && !o.info) {
                 std::string line = where + ": " + plural(result.triangle_count, "triangle", "triangles") + ", " +
                                    plural(result.mesh.parts.size(), "part", "parts");
+                if (result.exact) {
+                    const std::vector<std::string> notes = prc::exact::describeExactSummary(result.exact_summary);
+                    for (size_t i = 0; i < notes.size(); ++i) line += (i == 0 ? " (" : "; ") + notes[i];
+                    line += ")";
+                }
                 for (size_t i = 0; i < result.written.size(); ++i) line += (i == 0 ? " -> " : ", ") + result.written[i];
                 complain(line);
             }

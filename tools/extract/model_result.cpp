@@ -36,6 +36,31 @@ PrcHeaderPeek peekPrcHeader(const std::vector<uint8_t>& bytes) {
     return peek;
 }
 
+bool holdsExactGeometry(const std::vector<uint8_t>& bytes) {
+    // "PRC", versions, two identifiers, the number of file structures, then
+    // per file structure an identifier, a reserved word, the number of
+    // offsets and the offsets; offsets 4 and 5 bound the geometry section.
+    const auto u32 = [&](size_t offset) {
+        return uint32_t{bytes[offset]} | uint32_t{bytes[offset + 1]} << 8 | uint32_t{bytes[offset + 2]} << 16 |
+               uint32_t{bytes[offset + 3]} << 24;
+    };
+    if (bytes.size() < 47 || bytes[0] != 'P' || bytes[1] != 'R' || bytes[2] != 'C') return false;
+    const uint32_t structures = u32(43);
+    size_t at = 47;
+    // An empty geometry section (type, empty base, no context, no user data)
+    // deflates to about a dozen bytes; anything larger holds bodies.
+    constexpr uint32_t kEmptySectionBytes = 16;
+    for (uint32_t i = 0; i < structures; ++i) {
+        if (at + 24 > bytes.size()) return false;
+        const uint32_t offsets = u32(at + 20);
+        at += 24;
+        if (offsets > (bytes.size() - at) / 4) return false;
+        if (offsets >= 6 && u32(at + 20) > u32(at + 16) && u32(at + 20) - u32(at + 16) > kEmptySectionBytes) return true;
+        at += 4 * size_t(offsets);
+    }
+    return false;
+}
+
 void interpretWorkerRun(const WorkerRun& run, const WorkerLimits& limits, ModelResult& result) {
     result.seconds = run.seconds;
     if (run.end != WorkerRun::End::Exited || run.exit_status != 0) {
@@ -108,6 +133,8 @@ void interpretWorkerRun(const WorkerRun& run, const WorkerLimits& limits, ModelR
     result.color_count = stream.header.color_count;
     result.material_count = stream.header.material_count;
     result.style_count = stream.header.style_count;
+    result.exact = stream.has_optional_block &&
+                   prc::exact::decodeExactSummary(stream.optional_block.data(), result.exact_summary);
 }
 
 }  // namespace extract

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "prc/exact/exact_summary.h"
 #include "tools/extract/input_models.h"
 #include "tools/extract/model_mesh.h"
 #include "tools/extract/worker_run.h"
@@ -37,6 +38,11 @@ struct PrcHeaderPeek {
 };
 PrcHeaderPeek peekPrcHeader(const std::vector<uint8_t>& bytes);
 
+// True when a file structure of the PRC file has a geometry section with
+// more in it than an empty one: exact surfaces that the exact decoder may
+// draw where the worker finds no triangle. Read from the header alone.
+bool holdsExactGeometry(const std::vector<uint8_t>& bytes);
+
 struct ModelResult {
     ModelSource source;  // without its bytes once handled
     uint64_t stream_bytes = 0;
@@ -48,6 +54,10 @@ struct ModelResult {
     Box box;  // of the vertices the triangles use
     // The statistics of a success stream (globals summed over file structures).
     uint32_t color_count = 0, material_count = 0, style_count = 0;
+    // Set when the mesh was tessellated from exact surfaces by the exact
+    // decoder: what it reported in the stream's optional block.
+    bool exact = false;
+    prc::exact::ExactSummary exact_summary;
     double seconds = 0;
     std::vector<std::string> written;  // files written for this model
     std::vector<std::string> write_errors;

@@ -127,6 +127,9 @@ std::string reportText(const Report& report) {
         out += "  globals: " + plural(model.color_count, "colour", "colours") + ", " +
                plural(model.material_count, "material", "materials") + ", " +
                plural(model.style_count, "style", "styles") + "\n";
+        if (model.exact)
+            for (const std::string& line : prc::exact::describeExactSummary(model.exact_summary))
+                out += "  " + line + "\n";
         out += "  mesh: " + plural(model.vertex_count, "vertex", "vertices") + ", " +
                plural(model.triangle_count, "triangle", "triangles") + ", " +
                plural(model.mesh.parts.size(), "part", "parts") + "\n";
@@ -212,6 +215,17 @@ std::string reportJson(const Report& report) {
         if (model.outcome == Outcome::Decoded) {
             entry["globals"] = {
                 {"colors", model.color_count}, {"materials", model.material_count}, {"styles", model.style_count}};
+            if (model.exact) {
+                const prc::exact::ExactSummary& summary = model.exact_summary;
+                json skipped = json::array();
+                for (const auto& [reason, count] : summary.skipped)
+                    skipped.push_back({{"reason", prc::exact::skipReasonPhrase(reason, count)}, {"count", count}});
+                entry["exact"] = {{"description", prc::exact::describeExactSummary(summary).front()},
+                                  {"chord_tolerance", shortest(summary.chord_tolerance)},
+                                  {"faces", summary.faces_tessellated},
+                                  {"skipped_total", summary.skipped_total},
+                                  {"skipped", std::move(skipped)}};
+            }
             entry["vertices"] = model.vertex_count;
             entry["triangles"] = model.triangle_count;
             entry["bounding_box"] = box(model.box.min, model.box.max);

@@ -382,17 +382,23 @@ std::string describeWorkerFailure(const WorkerRun& run, const WorkerLimits& limi
     return text;
 }
 
-std::string findDefaultWorker() {
+std::string findDefaultWorker() { return findProgram("meshdrone", ""); }
+
+std::string findProgram(const std::string& name, const std::string& besides) {
     const auto executable = [](const std::string& path) {
         struct stat info;
         return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
     };
+    const auto directory = [](const std::string& path) {
+        const size_t slash = path.find_last_of('/');
+        return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+    };
+    if (!besides.empty() && executable(directory(besides) + "/" + name)) return directory(besides) + "/" + name;
     char self[PATH_MAX];
     const ssize_t n = ::readlink("/proc/self/exe", self, sizeof self - 1);
     if (n > 0) {
-        std::string dir(self, static_cast<size_t>(n));
-        dir = dir.substr(0, dir.find_last_of('/'));
-        if (executable(dir + "/meshdrone")) return dir + "/meshdrone";
+        const std::string dir = directory(std::string(self, static_cast<size_t>(n)));
+        if (executable(dir + "/" + name)) return dir + "/" + name;
     }
     const char* path = std::getenv("PATH");
     if (path == nullptr) return "";
@@ -402,7 +408,7 @@ std::string findDefaultWorker() {
         const size_t end = std::min(rest.find(':', start), rest.size());
         std::string dir = rest.substr(start, end - start);
         if (dir.empty()) dir = ".";
-        if (executable(dir + "/meshdrone")) return dir + "/meshdrone";
+        if (executable(dir + "/" + name)) return dir + "/" + name;
         start = end + 1;
     }
     return "";

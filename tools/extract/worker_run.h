@@ -50,6 +50,11 @@ std::string describeWorkerFailure(const WorkerRun& run, const WorkerLimits& limi
 // Empty when neither has an executable "meshdrone".
 std::string findDefaultWorker();
 
+// An executable `name`: beside the program `besides` (when given), else
+// beside this program's executable, else on PATH; empty when none is found.
+// The exact decoder's program, meshdrone-exact, is found so.
+std::string findProgram(const std::string& name, const std::string& besides);
+
 // The directory for the temporary files: $TMPDIR when set, else /tmp.
 std::string temporaryDirectory();
 
