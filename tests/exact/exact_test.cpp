@@ -20,8 +20,7 @@
 #include "model/exact_decode.h"
 #include "prc/exact/exact_reading.h"
 #include "prc/exact/face_tessellation.h"
-#include "tests/support/prc_bit_writer.h"
-#include "tests/support/prc_file_builder.h"
+#include "tests/support/prc_builder.h"
 
 namespace {
 
@@ -227,14 +226,14 @@ TEST(ExactScenes, ColoursAreThePensAndGroupsArePlaced) {
 
 void geometryHead(PRCBitWriter& w, uint32_t contexts) {
     w.writeUnsignedInteger(prc::exact::kFileStructureGeometry);
-    w.writeEmptyContentBase();
+    w.layout("u0 b00");
     w.writeUnsignedInteger(contexts);
 }
 
 void contextHead(PRCBitWriter& w, uint32_t bodies) {
     w.writeUnsignedInteger(prc::exact::kTopoContext);
     w.writeUnsignedInteger(0);  // attributes
-    w.writeEmptyName();
+    w.layout("b00");
     w.writeCharacter(0);
     w.writeDouble(1), w.writeDouble(0);  // granularity, tolerance
     w.writeBit(false), w.writeBit(false);
@@ -286,7 +285,7 @@ void compositeCurve(PRCBitWriter& w, int depth) {
 
 std::vector<uint8_t> exactOnlyFile(const PRCBitWriter& geometry) {
     prc::test::PRCFileBuilder builder;
-    builder.addFileStructure().sections[3] = prc::test::PRCSection::of(geometry);
+    builder.addFileStructure().sections[3] = {geometry.bytes(), true};
     return builder.build();
 }
 
