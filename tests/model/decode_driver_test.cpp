@@ -80,5 +80,17 @@ TEST(DecodeDriver, FlatPassMergesFileStructuresInOrder) {
               (std::vector<uint8_t>{255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255, 255, 255, 255}));
 }
 
+// The flat pass draws compressed records too: one of a single triangle over
+// the points (0,0,0) (2,0,0) (1,1,0), normals recalculated, plain arrays.
+TEST(DecodeDriver, TheFlatPassDrawsCompressedRecords) {
+    PRCFileBuilder b = modelFileBuilder({});
+    b.model_file_start = 0x7FFFFF00u;
+    b.file_structures[0].tessellation(PRCSection::of(
+        "u305 u0 b00 u1 u173 b0 b0 f1 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 b0 u9 c1 c1 c1 c3 c1 c1 c1 c2 c1 b0 b0 b0 b010 b0 b0 b0 b01 b0"
+        " b0 u0 b0 u1 c1 b0 u3 b000 u0 b1 b1 f0 c0 b0 b0 b0 u0 b1 b0"));
+    Decoded d(b.build());
+    EXPECT_EQ(std::tuple(d.pass, d.model.triangle_count, d.invalid), std::tuple(DecodePass::Flat, 1u, ""));
+}
+
 }  // namespace
 }  // namespace model
