@@ -64,13 +64,15 @@ TEST(DecodeDriver, StructuredPassOrFlatFallback) {
 
 // Pieces follow each other in file structure order, their indices shifted by
 // the vertices before them; a broken globals section adds nothing to the
-// statistics and its file structure is still drawn, in white.
+// statistics and its file structure, listed without geometry sections, is
+// still drawn, in white.
 TEST(DecodeDriver, FlatPassMergesFileStructuresInOrder) {
     PRCFileBuilder b = modelFileBuilder({.triangles = 2, .face_style_plus_one = 1});
     b.model_file_start = 0xFFFFFF00u;
     PRCFileStructurePlan& second = b.addFileStructure();
     const std::vector<PRCSection> one = modelSections({.face_style_plus_one = 1});
     second.globals(PRCSection::raw({0x78, 0x9C, 0x01})).tree(one[1]).tessellation(one[2]).identifier = kSecond;
+    second.edit_offsets = [](std::vector<uint32_t>& offsets) { offsets.resize(5); };  // no geometry sections
     Decoded d(b.build());
     ASSERT_TRUE(d.ok);
     EXPECT_EQ(d.pass, DecodePass::Flat);
