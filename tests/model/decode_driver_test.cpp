@@ -64,13 +64,15 @@ TEST(DecodeDriver, StructuredPassOrFlatFallback) {
 
 // Pieces follow each other in file structure order, their indices shifted by
 // the vertices before them; a broken globals section adds nothing to the
-// statistics and its file structure is still drawn, in white.
+// statistics and its file structure, listed without geometry sections, is
+// still drawn, in white.
 TEST(DecodeDriver, FlatPassMergesFileStructuresInOrder) {
     PRCFileBuilder b = modelFileBuilder({.triangles = 2, .face_style_plus_one = 1});
     b.model_file_start = 0xFFFFFF00u;
     PRCFileStructurePlan& second = b.addFileStructure();
     const std::vector<PRCSection> one = modelSections({.face_style_plus_one = 1});
     second.globals(PRCSection::raw({0x78, 0x9C, 0x01})).tree(one[1]).tessellation(one[2]).identifier = kSecond;
+    second.edit_offsets = [](std::vector<uint32_t>& offsets) { offsets.resize(5); };  // no geometry sections
     Decoded d(b.build());
     ASSERT_TRUE(d.ok);
     EXPECT_EQ(d.pass, DecodePass::Flat);
@@ -78,6 +80,18 @@ TEST(DecodeDriver, FlatPassMergesFileStructuresInOrder) {
     EXPECT_EQ(std::tuple(d.model.color_count, d.model.material_count, d.model.style_count), std::tuple(1u, 0u, 1u));
     EXPECT_EQ(std::vector<uint8_t>(d.model.colors, d.model.colors + 18),
               (std::vector<uint8_t>{255, 0, 0, 255, 0, 0, 255, 0, 0, 255, 255, 255, 255, 255, 255, 255, 255, 255}));
+}
+
+// The flat pass draws compressed records too: one of a single triangle over
+// the points (0,0,0) (2,0,0) (1,1,0), normals recalculated, plain arrays.
+TEST(DecodeDriver, TheFlatPassDrawsCompressedRecords) {
+    PRCFileBuilder b = modelFileBuilder({});
+    b.model_file_start = 0x7FFFFF00u;
+    b.file_structures[0].tessellation(PRCSection::of(
+        "u305 u0 b00 u1 u173 b0 b0 f1 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 c0 b0 u9 c1 c1 c1 c3 c1 c1 c1 c2 c1 b0 b0 b0 b010 b0 b0 b0 b01 b0"
+        " b0 u0 b0 u1 c1 b0 u3 b000 u0 b1 b1 f0 c0 b0 b0 b0 u0 b1 b0"));
+    Decoded d(b.build());
+    EXPECT_EQ(std::tuple(d.pass, d.model.triangle_count, d.invalid), std::tuple(DecodePass::Flat, 1u, ""));
 }
 
 }  // namespace

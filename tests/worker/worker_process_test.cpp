@@ -57,7 +57,7 @@ TEST(WorkerProcess, EveryFailureEndsInAValidStream) {
         {{file("header.prc", headerOnlyPrc())}, "", kOutcomeNoGeometry},
         // Spaces, non-ASCII and a byte that is not UTF-8 reach the file system unchanged.
         {{file("dati modello \xC3\xA8 \xE4\xB8\xAD \xFF.prc", headerOnlyPrc())}, "", kOutcomeNoGeometry},
-        {{file("quote\" and back\\slash\\", headerOnlyPrc())}, "", kOutcomeNoGeometry},
+        {{file("quote\\\" and back\\slash\\", headerOnlyPrc())}, "", kOutcomeNoGeometry},
     };
     // sysfs reports a page as the size of a file that holds a few bytes: the
     // only short read that can be provoked from outside here.
