@@ -28,15 +28,18 @@ void PRCBitReader::seekBit(uint64_t index) {
     bit_position = uint32_t(index % 8);
 }
 
-uint64_t PRCBitReader::peek64() const {
+inline uint64_t PRCBitReader::peek64() const {
+    if (byte_position + 8 > size) [[unlikely]]
+        return peek64NearEnd();
+    uint64_t w;
+    std::memcpy(&w, data + byte_position, 8);
+    if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
+    return w << bit_position;
+}
+
+uint64_t PRCBitReader::peek64NearEnd() const {
     uint64_t w = 0;
-    if (byte_position + 8 <= size) {
-        std::memcpy(&w, data + byte_position, 8);
-        if constexpr (std::endian::native == std::endian::little) w = __builtin_bswap64(w);
-    } else {
-        for (uint64_t i = 0; byte_position + i < size; ++i)
-            w |= uint64_t(data[byte_position + i]) << (56 - 8 * i);
-    }
+    for (uint64_t i = 0; byte_position + i < size; ++i) w |= uint64_t(data[byte_position + i]) << (56 - 8 * i);
     return w << bit_position;
 }
 
@@ -177,6 +180,12 @@ std::vector<uint8_t> PRCBitReader::readVertexColors(uint32_t rows, uint32_t byte
 
 namespace {
 
+double mantissaPattern(uint64_t sign, uint64_t exponent, uint64_t nibble, const uint8_t b[8]) {
+    uint64_t pattern = sign << 63 | exponent << 52 | nibble << 48;
+    for (int i = 5; i >= 0; --i) pattern |= uint64_t(b[i]) << (8 * i);
+    return std::bit_cast<double>(pattern);
+}
+
 // The six low mantissa bytes b[5]..b[0]; b[6] and b[7] carry sign, exponent
 // and nibble and may be referred to.
 void readMantissaBytes(PRCBitReader& r, uint8_t b[8]) {
@@ -202,7 +211,81 @@ void readMantissaBytes(PRCBitReader& r, uint8_t b[8]) {
 
 }  // namespace
 
+// The longest Double: a 22-bit code, sign, mantissa flag, nibble and six
+// literal mantissa bytes after their flag bits, 82 bits; with the 7 bits
+// before the cursor in its byte, 89 bits of the next 16 bytes.
+constexpr uint64_t kLongestDoubleBytes = 16;
+
 double PRCBitReader::readDouble() {
+    if (byte_position + kLongestDoubleBytes <= size) return readDoubleInWindow();
+    return readDoubleNearEnd();
+}
+
+// The whole Double from one load of 128 bits: no bit of it can lie past the
+// end, so no read needs its own bounds check.
+double PRCBitReader::readDoubleInWindow() {
+    const FrequentDoubleTrie& trie = frequentDoubleTrie();
+    __extension__ using Window = unsigned __int128;
+    uint64_t hi, lo;
+    std::memcpy(&hi, data + byte_position, 8);
+    std::memcpy(&lo, data + byte_position + 8, 8);
+    if constexpr (std::endian::native == std::endian::little) {
+        hi = __builtin_bswap64(hi);
+        lo = __builtin_bswap64(lo);
+    }
+    const Window window = Window(hi) << 64 | lo;
+    uint32_t at = bit_position;  // bits of the window used
+    const auto take = [&](uint32_t n) {
+        const uint64_t v = uint64_t((window << at) >> (128 - n));
+        at += n;
+        return v;
+    };
+    const uint64_t bits = uint64_t((window << at) >> 64);
+    const FrequentDoubleTrie::First& first = trie.first[bits >> (64 - FrequentDoubleTrie::kFirstBits)];
+    int32_t node = first.target;
+    uint32_t count = first.bits;
+    while (node >= 0) node = trie.nodes[node].child[int(bits >> (63 - count++)) & 1];
+    if (node == FrequentDoubleTrie::kNoChild) throw std::runtime_error("PRCBitReader: no frequent-double entry matched prefix");
+    at += count;
+    const FrequentDoubleEntry& row = trie.rows[size_t(-node - 1)];
+    const auto done = [&](double v) {
+        byte_position += at / 8;
+        bit_position = at % 8;
+        return v;
+    };
+    if (row.kind == 0 && row.value == 0) return done(0.0);
+    const uint64_t sign = take(1);
+    if (row.kind == 0) {
+        const double v = std::bit_cast<double>(row.value);
+        return done(sign ? -v : v);
+    }
+    const uint64_t exponent = (row.value >> 52) & 0x7FF;
+    if (!take(1)) return done(std::bit_cast<double>(sign << 63 | exponent << 52));
+    const uint64_t nibble = take(4);
+    uint8_t b[8] = {};
+    b[7] = uint8_t(sign << 7 | exponent >> 4);
+    b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
+    for (int i = 5; i >= 0; --i) {
+        if (take(1)) {
+            b[i] = uint8_t(take(8));
+            continue;
+        }
+        const uint32_t c = uint32_t(take(3));
+        if (c == 0 || c == 6) {
+            for (int j = i; j >= 1; --j) b[j] = b[i + 1];
+            b[0] = c == 0 ? b[i + 1] : uint8_t(take(8));
+            break;
+        }
+        if (i + int(c) > 7) {
+            done(0.0);  // the cursor stands where the bit-by-bit reading stops
+            throw std::runtime_error("PRCBitReader: riferimento di mantissa non valido");
+        }
+        b[i] = b[i + int(c)];
+    }
+    return done(mantissaPattern(sign, exponent, nibble, b));
+}
+
+double PRCBitReader::readDoubleNearEnd() {
     // Walk the prefix code over bits peeked ahead (the longest code, 22 bits,
     // is well inside the 57 or more that one load holds); consume them only on
     // a match. The first kFirstBits bits take one step.
@@ -239,9 +322,7 @@ double PRCBitReader::readDouble() {
     b[7] = uint8_t(sign << 7 | exponent >> 4);
     b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
     readMantissaBytes(*this, b);
-    uint64_t pattern = sign << 63 | exponent << 52 | nibble << 48;
-    for (int i = 5; i >= 0; --i) pattern |= uint64_t(b[i]) << (8 * i);
-    return std::bit_cast<double>(pattern);
+    return mantissaPattern(sign, exponent, nibble, b);
 }
 
 }  // namespace prc

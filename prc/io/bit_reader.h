@@ -61,7 +61,10 @@ public:
 
 private:
     [[noreturn]] static void readPastEnd();
+    double readDoubleInWindow();
+    double readDoubleNearEnd();
     uint64_t peek64() const;  // the next 64 bits, zero-padded past the end
+    uint64_t peek64NearEnd() const;
     uint32_t takeBits(int n);  // readBits for 1 <= n <= 32
     void advance(uint64_t bits) { seekBit(bitIndex() + bits); }
     template <bool Signed>
