@@ -211,9 +211,11 @@ void readMantissaBytes(PRCBitReader& r, uint8_t b[8]) {
 
 }  // namespace
 
-// The longest Double: a 22-bit code, sign, mantissa flag, nibble and six
-// literal mantissa bytes after their flag bits, 82 bits; with the 7 bits
-// before the cursor in its byte, 89 bits of the next 16 bytes.
+// The longest Double: a 22-bit code, sign, mantissa flag and nibble (28 bits),
+// then six literal mantissa bytes after their flag bits (54 bits). Each part
+// is read from one 64-bit load at the bit where it starts (57 bits or more
+// valid), so with 16 bytes ahead no bit of it can lie past the end and no read
+// needs its own bounds check.
 constexpr uint64_t kLongestDoubleBytes = 16;
 
 double PRCBitReader::readDouble() {
@@ -221,31 +223,30 @@ double PRCBitReader::readDouble() {
     return readDoubleNearEnd();
 }
 
-// The whole Double from one load of 128 bits: no bit of it can lie past the
-// end, so no read needs its own bounds check.
 double PRCBitReader::readDoubleInWindow() {
     const FrequentDoubleTrie& trie = frequentDoubleTrie();
-    __extension__ using Window = unsigned __int128;
-    uint64_t hi, lo;
-    std::memcpy(&hi, data + byte_position, 8);
-    std::memcpy(&lo, data + byte_position + 8, 8);
-    if constexpr (std::endian::native == std::endian::little) {
-        hi = __builtin_bswap64(hi);
-        lo = __builtin_bswap64(lo);
-    }
-    const Window window = Window(hi) << 64 | lo;
-    uint32_t at = bit_position;  // bits of the window used
+    uint32_t at = bit_position;  // bits used from byte_position on
+    uint64_t window = 0;
+    uint32_t used = 0;  // bits of the window taken
+    const auto load = [&] {
+        std::memcpy(&window, data + byte_position + at / 8, 8);
+        if constexpr (std::endian::native == std::endian::little) window = __builtin_bswap64(window);
+        window <<= at % 8;
+        used = 0;
+    };
     const auto take = [&](uint32_t n) {
-        const uint64_t v = uint64_t((window << at) >> (128 - n));
+        const uint64_t v = (window << used) >> (64 - n);
+        used += n;
         at += n;
         return v;
     };
-    const uint64_t bits = uint64_t((window << at) >> 64);
-    const FrequentDoubleTrie::First& first = trie.first[bits >> (64 - FrequentDoubleTrie::kFirstBits)];
+    load();
+    const FrequentDoubleTrie::First& first = trie.first[window >> (64 - FrequentDoubleTrie::kFirstBits)];
     int32_t node = first.target;
     uint32_t count = first.bits;
-    while (node >= 0) node = trie.nodes[node].child[int(bits >> (63 - count++)) & 1];
+    while (node >= 0) node = trie.nodes[node].child[int(window >> (63 - count++)) & 1];
     if (node == FrequentDoubleTrie::kNoChild) throw std::runtime_error("PRCBitReader: no frequent-double entry matched prefix");
+    used = count;
     at += count;
     const FrequentDoubleEntry& row = trie.rows[size_t(-node - 1)];
     const auto done = [&](double v) {
@@ -265,6 +266,7 @@ double PRCBitReader::readDoubleInWindow() {
     uint8_t b[8] = {};
     b[7] = uint8_t(sign << 7 | exponent >> 4);
     b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
+    load();
     for (int i = 5; i >= 0; --i) {
         if (take(1)) {
             b[i] = uint8_t(take(8));
