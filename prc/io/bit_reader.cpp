@@ -267,6 +267,14 @@ double PRCBitReader::readDoubleInWindow() {
     b[7] = uint8_t(sign << 7 | exponent >> 4);
     b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
     load();
+    // Mostly six literal bytes, each after a 1 bit: 54 bits taken at once.
+    constexpr uint64_t kLiteralFlags = 0x8040201008040000ull;  // bits 63, 54, 45, 36, 27 and 18
+    if ((window & kLiteralFlags) == kLiteralFlags) {
+        uint64_t pattern = sign << 63 | exponent << 52 | nibble << 48;
+        for (int k = 0; k < 6; ++k) pattern |= ((window >> (55 - 9 * k)) & 0xFF) << (40 - 8 * k);
+        at += 54;
+        return done(std::bit_cast<double>(pattern));
+    }
     for (int i = 5; i >= 0; --i) {
         if (take(1)) {
             b[i] = uint8_t(take(8));
