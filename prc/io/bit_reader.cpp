@@ -178,6 +178,21 @@ std::vector<uint8_t> PRCBitReader::readVertexColors(uint32_t rows, uint32_t byte
     return out;
 }
 
+std::vector<bool> PRCBitReader::readBooleans(uint32_t count) {
+    // The bits are all there or the reading fails before its end; the failed
+    // reader is not read again, so it may fail before taking any of them.
+    if (count > bitsRemaining()) readPastEnd();
+    std::vector<bool> bits(count);
+    uint32_t i = 0;
+    for (; count - i >= 56; i += 56) {  // 56 of the 57 or more bits one load holds: whole bytes
+        const uint64_t w = peek64();
+        for (uint32_t j = 0; j < 56; ++j) bits[i + j] = (w >> (63 - j)) & 1;
+        byte_position += 7;
+    }
+    for (; i < count; ++i) bits[i] = takeBits(1) != 0;
+    return bits;
+}
+
 namespace {
 
 double mantissaPattern(uint64_t sign, uint64_t exponent, uint64_t nibble, const uint8_t b[8]) {

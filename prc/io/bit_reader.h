@@ -34,6 +34,8 @@ public:
     void skipUserData();
     PRCGraphics readGraphics();
     std::vector<uint8_t> readVertexColors(uint32_t rows, uint32_t bytesPerRow);
+    // count readBoolean calls, into one vector: fails as they would, read past end.
+    std::vector<bool> readBooleans(uint32_t count);
     uint64_t bitsRemaining() const;
 
     // How many entries of a counted list may be reserved: a corrupt count must

@@ -9,20 +9,11 @@
 
 namespace prc {
 
-uint32_t LsbBitFieldReader::peek32() const {
-    // Any 32 bits starting at a bit offset span at most 5 bytes; the field's
-    // bytes end at the byte holding its last valid bit, so nothing beyond it is
-    // touched. Bits past the bit count come back as whatever the last byte
-    // holds, or zero: callers compare only bits below the count.
+uint32_t LsbBitFieldReader::peek32NearEnd() const {
     const uint64_t byte = position_ >> 3;
     const uint64_t available = (bit_count_ + 7) >> 3;
     uint64_t w = 0;
-    if (byte + 8 <= available) {
-        std::memcpy(&w, bytes_ + byte, 8);
-        if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
-    } else {
-        for (uint64_t i = 0; byte + i < available && i < 8; ++i) w |= uint64_t(bytes_[byte + i]) << (8 * i);
-    }
+    for (uint64_t i = 0; byte + i < available && i < 8; ++i) w |= uint64_t(bytes_[byte + i]) << (8 * i);
     return uint32_t(w >> (position_ & 7));
 }
 

@@ -46,12 +46,7 @@ uint32_t compressedFaceCount(const std::vector<int32_t>& triangle_face_array) {
     return uint32_t(highest + 1);
 }
 
-BitVector readBooleanArray(PRCBitReader& r, uint32_t count) {
-    BitVector bits;
-    bits.reserve(r.entriesThatFit(count));
-    for (uint32_t i = 0; i < count; ++i) bits.push_back(r.readBoolean());
-    return bits;
-}
+BitVector readBooleanArray(PRCBitReader& r, uint32_t count) { return r.readBooleans(count); }
 
 // A width of five bits is at most 31: every value fits one readBits call.
 uint32_t readUnsignedIntegerWithVariableBitNumber(PRCBitReader& r) { return r.readBits(int(r.readBits(5))); }
