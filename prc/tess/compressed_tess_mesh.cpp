@@ -89,10 +89,11 @@ bool EdgeKeySet::contains(uint64_t key) const {
 // CompressedTessBuilder
 
 CompressedTessBuilder::CompressedTessBuilder(const PRC3DTessCompressed& record, bool normalize_fallback_axis,
-                                             int64_t tie_key)
+                                             int64_t tie_key, bool all_ties)
     : record_(record),
       normalize_fallback_axis_(normalize_fallback_axis),
       tie_key_(tie_key),
+      all_ties_(all_ties),
       point_count_(static_cast<uint32_t>(record.point_array.size() / 3)),
       triangle_count_(static_cast<uint32_t>(record.triangle_face_array.size())),
       origin_{record.point_origin[0], record.point_origin[1], record.point_origin[2]},
@@ -239,13 +240,15 @@ void CompressedTessBuilder::checkEdgeCorners(const Corner& c0, const Corner& c1,
     }
 }
 
-void CompressedTessBuilder::signTest(OpenEdge& e, const Vec3& opposite, int64_t key) {
+void CompressedTessBuilder::signTest(OpenEdge& e, const Vec3& opposite, int64_t key, bool record_tie) {
     // V must point to the opposite corner's side; an exact tie keeps the
     // frame, except for the one tie this run resolves the other way.
     const double d = dot(sub(e.m, opposite), e.v);
     bool flip = d > 0.0;
     if (d == 0.0) {
-        tie_keys_.push_back(key);
+        if (record_tie) {
+            tie_keys_.push_back(key);
+        }
         flip = key == tie_key_;
     }
     if (flip) {
@@ -254,7 +257,8 @@ void CompressedTessBuilder::signTest(OpenEdge& e, const Vec3& opposite, int64_t 
     }
 }
 
-OpenEdge CompressedTessBuilder::edgeFrame(const Corner& c0, const Corner& c1, const Corner& c2, int64_t key) {
+OpenEdge CompressedTessBuilder::edgeFrame(const Corner& c0, const Corner& c1, const Corner& c2, int64_t key,
+                                          bool record_tie) {
     checkEdgeCorners(c0, c1, c2);
     OpenEdge e;
     e.m = midpoint(c0.p, c1.p);
@@ -285,50 +289,19 @@ OpenEdge CompressedTessBuilder::edgeFrame(const Corner& c0, const Corner& c1, co
             e.n = basis.n;
         }
     }
-    signTest(e, c2.p, key);
+    signTest(e, c2.p, key, record_tie);
     return e;
 }
 
-void CompressedTessBuilder::edgeFrames(const Corner (&b)[3], int64_t key_b, const Corner (&a)[3], int64_t key_a,
-                                       OpenEdge& eb, OpenEdge& ea) {
-    // The common case, both frames regular, with the two edges' square roots
-    // computed side by side; anything else takes the one-edge path for both,
-    // which gives the same frames in the same order.
-    checkEdgeCorners(b[0], b[1], b[2]);
-    checkEdgeCorners(a[0], a[1], a[2]);
-    const Vec3 edge_b = sub(b[0].p, b[1].p);
-    const Vec3 edge_a = sub(a[0].p, a[1].p);
-    double length_b, length_a;
-    vectorLengths(edge_b, edge_a, length_b, length_a);
-    if (usableLength(length_b) && usableLength(length_a)) {
-        eb.m = midpoint(b[0].p, b[1].p);
-        ea.m = midpoint(a[0].p, a[1].p);
-        eb.u = divide(edge_b, length_b);
-        ea.u = divide(edge_a, length_a);
-        eb.n = cross(sub(b[2].p, eb.m), eb.u);
-        ea.n = cross(sub(a[2].p, ea.m), ea.u);
-        vectorLengths(eb.n, ea.n, length_b, length_a);
-        if (usableLength(length_b) && usableLength(length_a)) {
-            eb.n = divide(eb.n, length_b);
-            ea.n = divide(ea.n, length_a);
-            eb.v = cross(eb.n, eb.u);
-            ea.v = cross(ea.n, ea.u);
-            vectorLengths(eb.v, ea.v, length_b, length_a);
-            if (usableLength(length_b) && usableLength(length_a)) {
-                eb.v = divide(eb.v, length_b);
-                ea.v = divide(ea.v, length_a);
-                eb.a = b[0];
-                eb.b = b[1];
-                ea.a = a[0];
-                ea.b = a[1];
-                signTest(eb, b[2].p, key_b);
-                signTest(ea, a[2].p, key_a);
-                return;
-            }
-        }
+void CompressedTessBuilder::pushWaiting(const Corner (&edge)[3], int64_t key) {
+    if (all_ties_) {
+        // The frame's tie, if it has one, is met now, in the order of the
+        // traversal; when the edge is taken the frame is computed again.
+        edgeFrame(edge[0], edge[1], edge[2], key);
+    } else {
+        checkEdgeCorners(edge[0], edge[1], edge[2]);
     }
-    eb = edgeFrame(b[0], b[1], b[2], key_b);
-    ea = edgeFrame(a[0], a[1], a[2], key_a);
+    open_edges_.push({edge[0], edge[1], edge[2], key});
 }
 
 void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
@@ -362,10 +335,8 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     bool have_next = false;
     if (open_b && open_a) {
         const Corner b[3] = {x2.index < x1.index ? x2 : x1, x2.index < x1.index ? x1 : x2, x0};
-        const Corner a[3] = {x2.index < x0.index ? x2 : x0, x2.index < x0.index ? x0 : x2, x1};
-        OpenEdge waiting;
-        edgeFrames(b, key_b, a, key_a, waiting, next);
-        open_edges_.push(waiting);
+        pushWaiting(b, key_b);
+        next = x2.index < x0.index ? edgeFrame(x2, x0, x1, key_a) : edgeFrame(x0, x2, x1, key_a);
         have_next = true;
     } else if (open_b) {
         next = x2.index < x1.index ? edgeFrame(x2, x1, x0, key_b) : edgeFrame(x1, x2, x0, key_b);
@@ -382,9 +353,9 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
 
     if (!have_next) {
         while (!open_edges_.empty()) {
-            const OpenEdge& top = open_edges_.top();
+            const WaitingEdge& top = open_edges_.top();
             if (!closed_edges_.contains(edgeKey(top.a.index, top.b.index))) {
-                next = top;
+                next = edgeFrame(top.a, top.b, top.opposite, top.key, !all_ties_);
                 have_next = true;
                 open_edges_.pop();
                 break;
@@ -453,8 +424,8 @@ CompressedTessResult CompressedTessBuilder::run() {
 // Runs and strategy
 
 CompressedTessResult runCompressedTessDecode(const PRC3DTessCompressed& record, bool normalize_fallback_axis,
-                                             int64_t tie_key, std::vector<int64_t>* tie_keys_on_error) {
-    CompressedTessBuilder builder(record, normalize_fallback_axis, tie_key);
+                                             int64_t tie_key, std::vector<int64_t>* tie_keys_on_error, bool all_ties) {
+    CompressedTessBuilder builder(record, normalize_fallback_axis, tie_key, all_ties);
     try {
         return builder.run();
     } catch (const std::runtime_error&) {
@@ -482,7 +453,7 @@ bool consumedExactly(const CompressedTessResult& result, const PRC3DTessCompress
 CompressedTessResult buildCompressedTessMesh(const PRC3DTessCompressed& record, CompressedTessRun* run) {
     std::exception_ptr first_error;
     try {
-        CompressedTessResult result = runCompressedTessDecode(record, false, -1);
+        CompressedTessResult result = runCompressedTessDecode(record, false, -1, nullptr, false);
         if (run != nullptr) {
             *run = CompressedTessRun::First;
         }
@@ -508,7 +479,7 @@ CompressedTessResult buildCompressedTessMesh(const PRC3DTessCompressed& record, 
     const size_t retries = std::min(ties.size(), kMaxTieRetries);
     for (size_t i = 0; i < retries; ++i) {
         try {
-            CompressedTessResult result = runCompressedTessDecode(record, true, ties[i]);
+            CompressedTessResult result = runCompressedTessDecode(record, true, ties[i], nullptr, false);
             if (consumedExactly(result, record)) {
                 if (run != nullptr) {
                     *run = CompressedTessRun::TieRetry;

@@ -28,8 +28,13 @@ enum class CompressedTessRun { First, Second, TieRetry };
 CompressedTessResult buildCompressedTessMesh(const PRC3DTessCompressed& record, CompressedTessRun* run = nullptr);
 // One run. When it fails, the ties it met before failing are left in
 // *tie_keys_on_error (the retry strategy needs them).
+// all_ties false: the run's tie keys are not wanted (only tie_key is), so the
+// frames of edges that wait on the stack are computed only when they are taken
+// (most never are), and ties met in frames appear in the order the frames are
+// taken, not met.
 CompressedTessResult runCompressedTessDecode(const PRC3DTessCompressed& record, bool normalize_fallback_axis,
-                                             int64_t tie_key, std::vector<int64_t>* tie_keys_on_error = nullptr);
+                                             int64_t tie_key, std::vector<int64_t>* tie_keys_on_error = nullptr,
+                                             bool all_ties = true);
 bool consumedExactly(const CompressedTessResult& result, const PRC3DTessCompressed& record);
 
 inline uint64_t edgeKey(uint32_t i, uint32_t j) {
@@ -44,6 +49,14 @@ struct OpenEdge {
     Corner a, b;
 };
 
+// An edge that waits on the stack: its corners as they were when it was
+// opened, the corner opposite it and its tie key. Its frame is computed when it
+// is taken: on the real files only one waiting edge in sixteen ever is.
+struct WaitingEdge {
+    Corner a, b, opposite;
+    int64_t key;
+};
+
 // The open-edge stack. A traversal can leave about half its triangles' edges
 // waiting here (the real files reach 40 to 50 percent), so the stack grows in
 // blocks that stay where they are: a vector would copy the whole stack at
@@ -51,19 +64,19 @@ struct OpenEdge {
 class OpenEdgeStack {
 public:
     bool empty() const { return size_ == 0; }
-    const OpenEdge& top() const { return blocks_[(size_ - 1) / kBlock][(size_ - 1) % kBlock]; }
+    const WaitingEdge& top() const { return blocks_[(size_ - 1) / kBlock][(size_ - 1) % kBlock]; }
     void pop() { --size_; }
-    void push(const OpenEdge& e) {
+    void push(const WaitingEdge& e) {
         if (size_ == blocks_.size() * kBlock) {
-            blocks_.push_back(std::make_unique_for_overwrite<OpenEdge[]>(kBlock));
+            blocks_.push_back(std::make_unique_for_overwrite<WaitingEdge[]>(kBlock));
         }
         blocks_[size_ / kBlock][size_ % kBlock] = e;
         ++size_;
     }
 
 private:
-    static constexpr size_t kBlock = 256;  // 40 KiB
-    std::vector<std::unique_ptr<OpenEdge[]>> blocks_;
+    static constexpr size_t kBlock = 256;  // 26 KiB
+    std::vector<std::unique_ptr<WaitingEdge[]>> blocks_;
     size_t size_ = 0;
 };
 
@@ -92,7 +105,8 @@ private:
 // The state of one decoding run.
 class CompressedTessBuilder {
 public:
-    CompressedTessBuilder(const PRC3DTessCompressed& record, bool normalize_fallback_axis, int64_t tie_key);
+    CompressedTessBuilder(const PRC3DTessCompressed& record, bool normalize_fallback_axis, int64_t tie_key,
+                          bool all_ties = true);
 
     // The whole run; tie_keys() stays readable when it throws.
     CompressedTessResult run();
@@ -103,10 +117,8 @@ public:
     void decodeFirstTriangle();
     void startChain();
     void decodeNextTriangle(uint32_t t);
-    OpenEdge edgeFrame(const Corner& c0, const Corner& c1, const Corner& c2, int64_t key);
-    // edgeFrame of two edges, b then a, as two calls would give them.
-    void edgeFrames(const Corner (&b)[3], int64_t key_b, const Corner (&a)[3], int64_t key_a, OpenEdge& eb,
-                    OpenEdge& ea);
+    // record_tie false: a tie flips the frame as it would, but is not recorded.
+    OpenEdge edgeFrame(const Corner& c0, const Corner& c1, const Corner& c2, int64_t key, bool record_tie = true);
     Basis completeBasis(const Vec3& u) const { return prc::completeBasis(u, normalize_fallback_axis_); }
     void emitCurrentTriangle();
 
@@ -124,11 +136,13 @@ private:
     bool takeReferenceBit();
     uint32_t decodableTriangles() const;
     void checkEdgeCorners(const Corner& c0, const Corner& c1, const Corner& c2) const;
-    void signTest(OpenEdge& e, const Vec3& opposite, int64_t key);
+    void signTest(OpenEdge& e, const Vec3& opposite, int64_t key, bool record_tie = true);
+    void pushWaiting(const Corner (&edge)[3], int64_t key);
 
     const PRC3DTessCompressed& record_;
     bool normalize_fallback_axis_;
     int64_t tie_key_;
+    bool all_ties_;
     std::vector<int64_t> tie_keys_;
     uint32_t point_count_;
     uint32_t triangle_count_;
