@@ -331,41 +331,53 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     // once too. Neither needs the stack's round trip.
     const int64_t key_b = 4 * int64_t(t);
     const int64_t key_a = key_b + 1;
-    OpenEdge next;
-    bool have_next = false;
-    if (open_b && open_a) {
-        const Corner b[3] = {x2.index < x1.index ? x2 : x1, x2.index < x1.index ? x1 : x2, x0};
-        pushWaiting(b, key_b);
-        next = x2.index < x0.index ? edgeFrame(x2, x0, x1, key_a) : edgeFrame(x0, x2, x1, key_a);
-        have_next = true;
-    } else if (open_b) {
-        next = x2.index < x1.index ? edgeFrame(x2, x1, x0, key_b) : edgeFrame(x1, x2, x0, key_b);
-        have_next = true;
-        closed_edges_.insert(edge_a);
-    } else if (open_a) {
-        next = x2.index < x0.index ? edgeFrame(x2, x0, x1, key_a) : edgeFrame(x0, x2, x1, key_a);
-        have_next = true;
-        closed_edges_.insert(edge_b);
-    } else {
-        closed_edges_.insert(edge_b);
+    WaitingEdge next;
+    bool fresh = true;  // opened by this triangle, not taken from the stack
+    if (open_b) {
+        next = {x2.index < x1.index ? x2 : x1, x2.index < x1.index ? x1 : x2, x0, key_b};
+    }
+    if (open_a) {
+        if (open_b) {
+            const Corner b[3] = {next.a, next.b, next.opposite};
+            pushWaiting(b, key_b);
+        }
+        next = {x2.index < x0.index ? x2 : x0, x2.index < x0.index ? x0 : x2, x1, key_a};
+    }
+    if (!open_a) {
         closed_edges_.insert(edge_a);
     }
-
-    if (!have_next) {
+    if (!open_b) {
+        closed_edges_.insert(edge_b);
+    }
+    if (!open_a && !open_b) {
+        bool found = false;
         while (!open_edges_.empty()) {
             const WaitingEdge& top = open_edges_.top();
             if (!closed_edges_.contains(edgeKey(top.a.index, top.b.index))) {
-                next = edgeFrame(top.a, top.b, top.opposite, top.key, !all_ties_);
-                have_next = true;
+                next = top;
+                found = true;
                 open_edges_.pop();
                 break;
             }
             open_edges_.pop();
         }
-        if (!have_next) {
+        if (!found) {
             startChain();
             return;
         }
+        fresh = false;
+    }
+    // The frame places a new corner only: a reference needs none. A run whose
+    // ties are all wanted meets a fresh edge's tie now, in traversal order
+    // (a waiting edge's was met when it was opened).
+    OpenEdge frame;
+    bool framed = false;
+    if (fresh) {
+        checkEdgeCorners(next.a, next.b, next.opposite);
+    }
+    if (all_ties_) {
+        frame = edgeFrame(next.a, next.b, next.opposite, next.key, fresh);
+        framed = true;
     }
 
     Corner p;
@@ -374,9 +386,12 @@ void CompressedTessBuilder::decodeNextTriangle(uint32_t t) {
     } else {
         uint32_t index = 0;
         const Vec3 d = nextPointDelta(index);
-        const Vec3 at{next.m.x + d.x * next.u.x + d.y * next.v.x + d.z * next.n.x,
-                      next.m.y + d.x * next.u.y + d.y * next.v.y + d.z * next.n.y,
-                      next.m.z + d.x * next.u.z + d.y * next.v.z + d.z * next.n.z};
+        if (!framed) {
+            frame = edgeFrame(next.a, next.b, next.opposite, next.key);
+        }
+        const Vec3 at{frame.m.x + d.x * frame.u.x + d.y * frame.v.x + d.z * frame.n.x,
+                      frame.m.y + d.x * frame.u.y + d.y * frame.v.y + d.z * frame.n.y,
+                      frame.m.z + d.x * frame.u.z + d.y * frame.v.z + d.z * frame.n.z};
         p = storeNewPoint(at, index);
     }
     c_[0] = next.a;
