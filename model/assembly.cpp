@@ -89,7 +89,14 @@ const TessMesh& cachedPiece(PRCFileStructure& fs, int64_t tessellation, uint32_t
             piece = prc::appendFaceTriangles(fs.tessellations[size_t(ref.index)], fs.globals, defaultRgb);
         } else if (ref.kind == prc::TessellationKind::Compressed && ref.index >= 0 &&
                    uint64_t(ref.index) < fs.compressed_tessellations.size()) {
-            buildCompressedTessPiece(piece, fs.compressed_tessellations[size_t(ref.index)], fs.globals, defaultRgb);
+            const prc::PRC3DTessCompressed& record = fs.compressed_tessellations[size_t(ref.index)];
+            if (uint64_t(ref.index) < fs.rebuilt_compressed.size()) {
+                const prc::RebuiltCompressedTess& rebuilt = fs.rebuilt_compressed[size_t(ref.index)];
+                if (rebuilt.failure) std::rethrow_exception(rebuilt.failure);
+                colourCompressedTessPiece(piece, rebuilt.geometry, record, fs.globals, defaultRgb);
+            } else {
+                buildCompressedTessPiece(piece, record, fs.globals, defaultRgb);
+            }
         }
     } catch (const std::exception&) {
         piece = TessMesh();  // a piece that cannot be built draws nothing, every time
@@ -343,17 +350,27 @@ void assembleOccurrence(AssemblyContext& ctx, int64_t fsIndex, int64_t occurrenc
     }
 }
 
+TessMesh compressedTessGeometry(const prc::PRC3DTessCompressed& record) {
+    prc::CompressedTessResult rebuilt = prc::buildCompressedTessMesh(record);
+    TessMesh geometry;
+    geometry.positions.resize(rebuilt.positions.size());
+    for (size_t i = 0; i < rebuilt.positions.size(); ++i) geometry.positions[i] = float(rebuilt.positions[i]);
+    geometry.triangles = std::move(rebuilt.triangles);
+    return geometry;
+}
+
 void buildCompressedTessPiece(TessMesh& out, const prc::PRC3DTessCompressed& record, const prc::PRCGlobals& globals,
                               const uint8_t* defaultRgb) {
-    prc::CompressedTessResult rebuilt = prc::buildCompressedTessMesh(record);
-    TessMesh piece;
-    const size_t vertices = rebuilt.positions.size() / 3;
-    piece.positions.resize(rebuilt.positions.size());
-    for (size_t i = 0; i < rebuilt.positions.size(); ++i) piece.positions[i] = float(rebuilt.positions[i]);
+    colourCompressedTessPiece(out, compressedTessGeometry(record), record, globals, defaultRgb);
+}
+
+void colourCompressedTessPiece(TessMesh& out, TessMesh geometry, const prc::PRC3DTessCompressed& record,
+                               const prc::PRCGlobals& globals, const uint8_t* defaultRgb) {
+    TessMesh piece = std::move(geometry);
+    const size_t vertices = piece.positions.size() / 3;
     piece.colors.assign(3 * vertices, 255);
     if (defaultRgb != nullptr)
         for (size_t v = 0; v < vertices; ++v) std::copy(defaultRgb, defaultRgb + 3, &piece.colors[3 * v]);
-    piece.triangles = std::move(rebuilt.triangles);
 
     if (!record.style_array.empty() && !record.triangle_face_array.empty()) {
         for (size_t k = 0; 3 * k + 2 < piece.triangles.size(); ++k) {

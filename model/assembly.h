@@ -91,6 +91,11 @@ void assembleOccurrence(AssemblyContext& ctx, int64_t fsIndex, int64_t occurrenc
 // buildCompressedTessMesh. defaultRgb: three bytes or null.
 void buildCompressedTessPiece(prc::TessMesh& out, const prc::PRC3DTessCompressed& record,
                               const prc::PRCGlobals& globals, const uint8_t* defaultRgb);
+// The two halves of that: the rebuilt points (as floats) and triangles, which
+// depend on the record alone, and their colouring.
+prc::TessMesh compressedTessGeometry(const prc::PRC3DTessCompressed& record);
+void colourCompressedTessPiece(prc::TessMesh& out, prc::TessMesh geometry, const prc::PRC3DTessCompressed& record,
+                               const prc::PRCGlobals& globals, const uint8_t* defaultRgb);
 
 // Position of the first descriptor whose identifier is id, or -1.
 int64_t findFileStructure(const AssemblyContext& ctx, const prc::FileStructureId& id);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "model/decoded_output.h"
+#include "model/parallel_rebuild.h"
 #include "prc/entities/entity_framing.h"
 #include "prc/entities/file_structure.h"
 #include "prc/entities/globals.h"
@@ -101,6 +102,7 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStru
         prc::readFileStructure(ctx.header, ctx.file_structures, data, size, uint32_t(i));
         if (hook) hook(ctx.header, i, ctx.file_structures[i]);
     }
+    rebuildCompressedTessellations(ctx.file_structures);
 
     PreviewMesh mesh;
     for (const ModelFileRoot& root : roots) {

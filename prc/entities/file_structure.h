@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <exception>
 #include <map>
 #include <string>
 #include <utility>
@@ -38,6 +39,13 @@ struct PRCProductOccurrence {
     Matrix4 location = kIdentityMatrix;
 };
 
+// A highly compressed tessellation rebuilt ahead of the walk: its points and
+// triangles (no colours), or what its rebuild raised.
+struct RebuiltCompressedTess {
+    TessMesh geometry;
+    std::exception_ptr failure;
+};
+
 // Piece cache key: (tessellation index, packed colour), index first.
 using PieceKey = std::pair<int64_t, uint32_t>;
 
@@ -53,6 +61,9 @@ struct PRCFileStructure {
     std::vector<TessellationRef> tessellation_refs;
     // Owned by the assembly: each tessellation triangulated once per colour.
     std::map<PieceKey, TessMesh> piece_cache;
+    // One per compressed tessellation when they were rebuilt ahead of the
+    // walk, else empty and each is rebuilt where the walk meets it.
+    std::vector<RebuiltCompressedTess> rebuilt_compressed;
     // Set by the exact decoder only: the piece of a B-rep model item without
     // a tessellation, from the file structure's exact geometry, in the given
     // packed colour, for the given placement (whose scale sets how finely it

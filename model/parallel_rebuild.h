@@ -1,0 +1,20 @@
+#pragma once
+// The highly compressed tessellations of a pass rebuilt on every processor
+// before the walk that places them.
+
+#include <vector>
+
+#include "prc/entities/file_structure.h"
+
+namespace model {
+
+// Rebuilds every compressed tessellation of every file structure into its
+// rebuilt_compressed entry, on as many threads as there are processors and
+// records. A rebuild depends on its record alone, so the walk that takes the
+// results in its own order draws exactly what it would have drawn by
+// rebuilding each where it meets it. With one processor or fewer than two
+// records, or when the entries cannot be allocated, nothing is done and the
+// walk rebuilds as before.
+void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures);
+
+}  // namespace model
