@@ -90,10 +90,15 @@ const TessMesh& cachedPiece(PRCFileStructure& fs, int64_t tessellation, uint32_t
         } else if (ref.kind == prc::TessellationKind::Compressed && ref.index >= 0 &&
                    uint64_t(ref.index) < fs.compressed_tessellations.size()) {
             const prc::PRC3DTessCompressed& record = fs.compressed_tessellations[size_t(ref.index)];
-            if (uint64_t(ref.index) < fs.rebuilt_compressed.size()) {
-                const prc::RebuiltCompressedTess& rebuilt = fs.rebuilt_compressed[size_t(ref.index)];
-                if (rebuilt.failure) std::rethrow_exception(rebuilt.failure);
-                colourCompressedTessPiece(piece, rebuilt.geometry, record, fs.globals, defaultRgb);
+            prc::RebuiltCompressedTess* rebuilt = uint64_t(ref.index) < fs.rebuilt_compressed.size()
+                                                      ? &fs.rebuilt_compressed[size_t(ref.index)]
+                                                      : nullptr;
+            if (rebuilt && rebuilt->failure) std::rethrow_exception(rebuilt->failure);
+            if (rebuilt && !rebuilt->taken) {
+                // The geometry moves into the first piece, so that the points
+                // are not held twice; another colour rebuilds them.
+                rebuilt->taken = true;
+                colourCompressedTessPiece(piece, std::move(rebuilt->geometry), record, fs.globals, defaultRgb);
             } else {
                 buildCompressedTessPiece(piece, record, fs.globals, defaultRgb);
             }

@@ -44,6 +44,7 @@ struct PRCProductOccurrence {
 struct RebuiltCompressedTess {
     TessMesh geometry;
     std::exception_ptr failure;
+    bool taken = false;  // the geometry has moved into a piece
 };
 
 // Piece cache key: (tessellation index, packed colour), index first.
