@@ -83,7 +83,7 @@ std::vector<ModelFileRoot> readModelFile(prc::PRCBitReader& r) {
     return roots;
 }
 
-PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStructureHook& hook) {
+PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, unsigned threads, const FileStructureHook& hook) {
     prc::InflationBudget budget;
     AssemblyContext ctx;
     ctx.header = prc::readPRCHeader(data, size);
@@ -102,7 +102,7 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStru
         prc::readFileStructure(ctx.header, ctx.file_structures, data, size, uint32_t(i));
         if (hook) hook(ctx.header, i, ctx.file_structures[i]);
     }
-    rebuildCompressedTessellations(ctx.file_structures);
+    rebuildCompressedTessellations(ctx.file_structures, threads);
 
     PreviewMesh mesh;
     for (const ModelFileRoot& root : roots) {
@@ -196,7 +196,7 @@ bool finishDecodedModel(PreviewMesh& mesh, bool withRecords, const HeaderStatist
     return true;
 }
 
-bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass) {
+bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass, unsigned threads) {
     std::memset(out, 0, sizeof *out);
     if (pass != nullptr) *pass = DecodePass::None;
     const prc::InflationFailureMemo inflationFailures;  // for the three passes
@@ -214,7 +214,7 @@ bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, Decod
     PreviewMesh mesh;
     DecodePass used = DecodePass::Structured;
     try {
-        mesh = runStructuredPass(data, size);
+        mesh = runStructuredPass(data, size, threads);
     } catch (const std::exception&) {
         mesh = PreviewMesh();  // nothing of a failed walk is kept
     }

@@ -31,7 +31,9 @@ using FileStructureHook = std::function<void(const prc::PRCHeader&, size_t index
 
 // The passes on their own. Both fail by exception; the structured pass's
 // mesh has nodes, the flat pass's none.
-PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, const FileStructureHook& hook = {});
+// threads: how many the pass may use at most, 0 for one per processor.
+PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, unsigned threads = 0,
+                              const FileStructureHook& hook = {});
 PreviewMesh runFlatPass(const uint8_t* data, uint64_t size);
 
 // What every result reports besides its mesh: the first header's numbers
@@ -56,7 +58,8 @@ bool finishDecodedModel(PreviewMesh& mesh, bool withRecords, const HeaderStatist
 // Which pass produced a successful result.
 enum class DecodePass { None, Structured, Flat };
 
-// decodePrcModel, also telling which pass produced the mesh (pass may be null).
-bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass);
+// decodePrcModel, also telling which pass produced the mesh (pass may be
+// null), on at most threads threads (0: one per processor).
+bool decodePrcModel(const uint8_t* data, uint64_t size, DecodedModel* out, DecodePass* pass, unsigned threads = 0);
 
 }  // namespace model

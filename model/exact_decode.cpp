@@ -213,7 +213,7 @@ PreviewMesh runExactPass(ExactPass& pass, const uint8_t* data, uint64_t size, bo
     PreviewMesh mesh;
     structured = true;
     try {
-        mesh = runStructuredPass(data, size, exactHook(pass, data, size));
+        mesh = runStructuredPass(data, size, 0, exactHook(pass, data, size));
     } catch (const std::exception&) {
         mesh = PreviewMesh();
     }

@@ -37,8 +37,8 @@ void runJobs(void* context) {
 
 }  // namespace
 
-void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures) {
-    const unsigned processors = platformProcessorCount();
+void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures, unsigned threads) {
+    const unsigned processors = threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
     if (processors < 2) return;
     Jobs jobs;
     try {

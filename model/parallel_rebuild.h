@@ -10,11 +10,11 @@ namespace model {
 
 // Rebuilds every compressed tessellation of every file structure into its
 // rebuilt_compressed entry, on as many threads as there are processors and
-// records. A rebuild depends on its record alone, so the walk that takes the
+// records, and at most threads (0: no bound). A rebuild depends on its record alone, so the walk that takes the
 // results in its own order draws exactly what it would have drawn by
 // rebuilding each where it meets it. With one processor or fewer than two
 // records, or when the entries cannot be allocated, nothing is done and the
-// walk rebuilds as before.
-void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures);
+// walk rebuilds as before; so it does with one thread.
+void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures, unsigned threads = 0);
 
 }  // namespace model

@@ -3,8 +3,8 @@
 // section) and its tessellations, each section read on its own.
 
 #include <cstdint>
-#include <functional>
 #include <exception>
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
