@@ -10,11 +10,12 @@ namespace model {
 
 // Rebuilds every compressed tessellation of every file structure into its
 // rebuilt_compressed entry, on as many threads as there are processors and
-// records, and at most threads (0: no bound). A rebuild depends on its record alone, so the walk that takes the
-// results in its own order draws exactly what it would have drawn by
-// rebuilding each where it meets it. With one processor or fewer than two
-// records, or when the entries cannot be allocated, nothing is done and the
-// walk rebuilds as before; so it does with one thread.
+// records, and at most threads (0: no bound). A rebuild depends on its record
+// alone, so the walk that takes the results in its own order draws exactly
+// what it would have drawn by rebuilding each where it meets it. With one
+// thread or processor, fewer than two records or too few triangles to be
+// worth a thread, or when the entries cannot be allocated, nothing is done
+// and the walk rebuilds as before.
 void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures, unsigned threads = 0);
 
 }  // namespace model
