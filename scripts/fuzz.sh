@@ -13,7 +13,8 @@
 # replayed first, and keeps what it finds new in build-fuzz/corpus/<target>.
 # A crash, sanitizer report, leak, timeout (> 1 s) or out-of-memory (> 1 GiB)
 # leaves its input in build-fuzz/findings/<target>/ and fails the script.
-# One target runs at a time, as one job; JOBS sets the build's parallelism.
+# Each target runs as one job; JOBS (default 1) sets how many targets fuzz at
+# once, and the build's parallelism.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -88,9 +89,10 @@ shift || true
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
-failed=0
-printf '%-18s %8s %12s %9s %8s %8s %s\n' target cpu_s execs cov_edges features peak_mb findings
-for t in "${targets[@]}"; do
+# fuzz_target T: fuzzes one target; prints its line of the table, and fails
+# on a finding.
+fuzz_target() {
+  local t=$1 failed=0
   run=$build/runs/$t findings=$build/findings/$t slow=$build/slow/$t
   mkdir -p "$run" "$findings" "$slow" "$build/corpus/$t"
   dict=()
@@ -151,5 +153,21 @@ for t in "${targets[@]}"; do
     failed=1
     grep -m3 'ERROR\|runtime error\|SUMMARY' "$log" | sed "s/^/  $t: /" || true
   fi
+  return $failed
+}
+
+# Up to JOBS targets at once; the table keeps the targets' order.
+printf '%-18s %8s %12s %9s %8s %8s %s\n' target cpu_s execs cov_edges features peak_mb findings
+pids=()
+for t in "${targets[@]}"; do
+  while [ "$(jobs -rp | wc -l)" -ge "${JOBS:-1}" ]; do wait -n || true; done
+  mkdir -p "$build/runs/$t"
+  fuzz_target "$t" >"$build/runs/$t/summary.txt" 2>&1 &
+  pids+=($!)
+done
+failed=0
+for i in "${!targets[@]}"; do
+  wait "${pids[$i]}" || failed=1
+  cat "$build/runs/${targets[$i]}/summary.txt"
 done
 exit $failed
