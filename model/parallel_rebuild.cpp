@@ -43,22 +43,26 @@ constexpr uint64_t kParallelTriangles = 8192;
 }  // namespace
 
 void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures, unsigned threads) {
+    // The size of the work first: asking the system for its processors reads
+    // a file, which costs more than decoding a small model.
+    size_t records = 0;
+    uint64_t triangles = 0;
+    for (const prc::PRCFileStructure& fs : fileStructures) {
+        records += fs.compressed_tessellations.size();
+        for (const auto& record : fs.compressed_tessellations) triangles += record.triangle_face_array.size();
+    }
+    if (records < 2 || triangles < kParallelTriangles) return;
     const unsigned processors = threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
     if (processors < 2) return;
     Jobs jobs;
     try {
+        jobs.list.reserve(records);
         for (prc::PRCFileStructure& fs : fileStructures) {
             fs.rebuilt_compressed.resize(fs.compressed_tessellations.size());
             for (size_t r = 0; r < fs.compressed_tessellations.size(); ++r)
                 jobs.list.push_back({&fs, r, fs.compressed_tessellations[r].triangle_face_array.size()});
         }
     } catch (const std::bad_alloc&) {
-        for (prc::PRCFileStructure& fs : fileStructures) fs.rebuilt_compressed.clear();
-        return;
-    }
-    uint64_t triangles = 0;
-    for (const Job& job : jobs.list) triangles += job.triangles;
-    if (jobs.list.size() < 2 || triangles < kParallelTriangles) {
         for (prc::PRCFileStructure& fs : fileStructures) fs.rebuilt_compressed.clear();
         return;
     }
