@@ -23,10 +23,10 @@ public:
 
     // Corner positions are checked before anything of the triangle is
     // written, so a face that runs out leaves only whole triangles behind.
-    // False ends the face.
+    // The third corner lies furthest in every kind of group (a strip turns
+    // only its first two), so it alone decides. False ends the face.
     bool triangle(const uint64_t position[3], const uint64_t color_entry[3]) {
-        const uint64_t n = indices_.size();
-        if (position[0] >= n || position[1] >= n || position[2] >= n || triangles_left_ == 0) {
+        if (position[2] >= indices_.size() || triangles_left_ == 0) {
             report_.stopped = true;
             return false;
         }
