@@ -11,7 +11,7 @@
 
 std::wstring platformCommandLine(int argc, char** argv) {
     std::vector<std::wstring> arguments;
-    for (int i = 0; i < argc && argv[i] != nullptr; ++i) {
+    for (int i = 0; i < argc; ++i) {
         arguments.push_back(decodeUtf8Lossless(argv[i]));
     }
     return joinCommandLine(arguments);
