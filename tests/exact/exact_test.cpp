@@ -419,6 +419,30 @@ TEST(ExactHostile, TheTessellationBudgetHolds) {
     EXPECT_EQ(budget.cells_left, 1000u);
 }
 
+// A flat face is two triangles; faces drawn into one piece keep their own
+// vertices; a face whose domain is one point draws nothing.
+TEST(ExactFaces, FlatFacesShareAPieceNotTheirVertices) {
+    prc::exact::ExactFace face;
+    prc::exact::NurbsData& n = face.surface.nurbs;
+    face.surface.type = prc::exact::kSurfaceNurbs;
+    n.degree_u = n.degree_v = 1, n.count_u = n.count_v = 2;
+    n.knots_u = n.knots_v = {0, 0, 1, 1};
+    n.points = {0, 0, 0, 1, 0, 1, 0, 1, 1, 0, 0, 1, 1, 1, 0, 1};
+    prc::exact::setKnotDomain(face.surface);
+    prc::exact::TessellationBudget budget;
+    const uint8_t rgb[3] = {1, 2, 3};
+    prc::TessMesh piece;
+    for (int k = 0; k < 2; ++k) EXPECT_EQ(prc::exact::tessellateFace(face, 0.01, budget, rgb, piece), prc::exact::FaceOutcome::Drawn);
+    ASSERT_EQ(piece.positions.size(), 2 * 4 * 3u);
+    ASSERT_EQ(piece.triangles.size(), 2 * 2 * 3u);
+    EXPECT_EQ(std::set<uint32_t>(piece.triangles.begin() + 6, piece.triangles.end()), (std::set<uint32_t>{4, 5, 6, 7}));
+
+    n.knots_u = n.knots_v = {1, 1, 1, 1};
+    prc::exact::setKnotDomain(face.surface);
+    prc::exact::tessellateFace(face, 0.01, budget, rgb, piece);
+    EXPECT_EQ(piece.triangles.size(), 2 * 2 * 3u);
+}
+
 // The exact decoder as the host and the library offer it: meshdrone-extract
 // runs it on outcome 1 and says so; the C interface's exact call reports the same.
 TEST(ExactHosts, ExtractAndTheLibraryTellTheTolerance) {

@@ -36,25 +36,26 @@ TEST(DecodeDriver, NoInputNoHeaderAndNothingToDraw) {
 }
 
 TEST(DecodeDriver, StructuredPassOrFlatFallback) {
-    using Roots = decltype(ModelPlan::roots);
-    const std::tuple<const char*, Roots, std::function<void(PRCFileBuilder&)>> cases[] = {
-        {"structured", ModelPlan().roots, [](PRCFileBuilder&) {}},
-        {"offsets beyond the file", ModelPlan().roots, [](PRCFileBuilder& b) { b.model_file_start = 1u << 30; }},
-        {"empty model file range", ModelPlan().roots, [](PRCFileBuilder& b) { b.model_file_end = 0; }},
-        {"entries without an occurrence", {{kFirst, 0}}, [](PRCFileBuilder&) {}},
-        {"identifier of no file structure", {{kSecond, 1}}, [](PRCFileBuilder&) {}},
-        {"model file that is not zlib", ModelPlan().roots, [](PRCFileBuilder& b) { b.model_file = PRCSection::raw({1, 2, 3}); }},
-        {"broken tree", ModelPlan().roots, [](PRCFileBuilder& b) { b.file_structures[0].tree(PRCSection::raw({9})); }},
+    const std::tuple<const char*, ModelPlan, std::function<void(PRCFileBuilder&)>> cases[] = {
+        {"structured", {}, [](PRCFileBuilder&) {}},
+        {"structured, the leaf with external data", {.occurrences = {{0, 0, {1}}, {1, 0, {}, 10, {}, true}}},
+         [](PRCFileBuilder&) {}},
+        {"offsets beyond the file", {}, [](PRCFileBuilder& b) { b.model_file_start = 1u << 30; }},
+        {"empty model file range", {}, [](PRCFileBuilder& b) { b.model_file_end = 0; }},
+        {"entries without an occurrence", {.roots = {{kFirst, 0}}}, [](PRCFileBuilder&) {}},
+        {"identifier of no file structure", {.roots = {{kSecond, 1}}}, [](PRCFileBuilder&) {}},
+        {"model file that is not zlib", {}, [](PRCFileBuilder& b) { b.model_file = PRCSection::raw({1, 2, 3}); }},
+        {"broken tree", {}, [](PRCFileBuilder& b) { b.file_structures[0].tree(PRCSection::raw({9})); }},
     };
-    for (const auto& [what, roots, edit] : cases) {
+    for (const auto& [what, plan, edit] : cases) {
         SCOPED_TRACE(what);
-        PRCFileBuilder b = modelFileBuilder({.roots = roots});
+        PRCFileBuilder b = modelFileBuilder(plan);
         b.minimal_version_for_read = 7094;
         edit(b);
         Decoded d(b.build());
         ASSERT_TRUE(d.ok);
         EXPECT_EQ(d.invalid, "");
-        const bool structured = std::string(what) == "structured";
+        const bool structured = std::string(what).starts_with("structured");
         EXPECT_EQ(d.pass, structured ? DecodePass::Structured : DecodePass::Flat);
         EXPECT_EQ(std::tuple(d.model.triangle_count, d.model.part_count), std::tuple(1u, structured ? 2u : 0u));
         EXPECT_EQ(d.model.positions[0], structured ? 10.0f : 0.0f);  // placed, or untransformed

@@ -200,7 +200,8 @@ std::string occurrence(const ModelPlan& plan, const Occurrence& o) {
     if (o.prototype_plus_one != 0) s += o.prototype_file_structure ? " b0" : " b1";
     if (o.prototype_plus_one != 0 && o.prototype_file_structure)
         for (uint32_t word : *o.prototype_file_structure) s += u(word);
-    s += " b0" + u(uint32_t(o.sons.size())) + "@sons";  // no external data, the sons
+    s += o.external_data ? " u1 b0 u1 u2 u3 u4" : " u0";
+    s += u(uint32_t(o.sons.size())) + "@sons";
     for (uint32_t son : o.sons) s += u(son);
     s += " c0 b0 f1 c0 i0";  // behaviour, unit from CAD, unit 1.0, flags, load status
     // A translation as a general transformation, column by column.

@@ -127,6 +127,7 @@ struct Occurrence {
     std::vector<uint32_t> sons;  // positions, as stored
     double x = 0;                // a translation along x when not 0
     std::optional<FileStructureId> prototype_file_structure{};  // none: the same file structure
+    bool external_data = false;  // four words that the decoder passes over
 };
 
 struct ModelPlan {
