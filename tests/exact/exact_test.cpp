@@ -20,6 +20,7 @@
 #include "model/exact_decode.h"
 #include "prc/exact/exact_reading.h"
 #include "prc/exact/face_tessellation.h"
+#include "prc/exact/surface_evaluation.h"
 #include "tests/support/prc_builder.h"
 
 namespace {
@@ -441,6 +442,33 @@ TEST(ExactFaces, FlatFacesShareAPieceNotTheirVertices) {
     prc::exact::setKnotDomain(face.surface);
     prc::exact::tessellateFace(face, 0.01, budget, rgb, piece);
     EXPECT_EQ(piece.triangles.size(), 2 * 2 * 3u);
+}
+
+// Asymptote writes spheres as NURBS and cones and tori as compressed
+// patches: the analytic kinds, which other writers use, are checked here on
+// their implicit equations.
+TEST(ExactFaces, AnalyticSurfacesLieOnTheirEquations) {
+    using Point = std::array<double, 3>;
+    const std::tuple<uint32_t, double, double, std::function<double(const Point&)>> kinds[] = {
+        {prc::exact::kSurfaceSphere, 2, 0, [](const Point& p) { return std::hypot(p[0], p[1], p[2]) - 2; }},
+        {prc::exact::kSurfaceCylinder, 2, 0, [](const Point& p) { return std::hypot(p[0], p[1]) - 2; }},
+        {prc::exact::kSurfaceCone, 1, std::atan(0.5), [](const Point& p) { return std::hypot(p[0], p[1]) - 1 - p[2] / 2; }},
+        {prc::exact::kSurfaceTorus, 2, 0.5, [](const Point& p) { return std::hypot(std::hypot(p[0], p[1]) - 2, p[2]) - 0.5; }},
+    };
+    for (const auto& [type, p0, p1, distance] : kinds) {
+        SCOPED_TRACE(type);
+        prc::exact::SurfaceDefinition s;
+        s.type = type, s.p0 = p0, s.p1 = p1;
+        std::vector<double> out;
+        ASSERT_TRUE(prc::exact::evaluateSurfaceGrid(s, {0, 1, 2.5, 4}, {-1, 0.3, 1.2}, out));
+        ASSERT_EQ(out.size(), 3 * 4 * 3u);
+        std::set<std::pair<int, int>> quadrants;
+        for (size_t k = 0; k < out.size(); k += 3) {
+            EXPECT_NEAR(distance({out[k], out[k + 1], out[k + 2]}), 0, 1e-12);
+            quadrants.insert({out[k] > 0, out[k + 1] > 0});
+        }
+        EXPECT_GE(quadrants.size(), 3u);  // u runs around the axis
+    }
 }
 
 // The exact decoder as the host and the library offer it: meshdrone-extract
