@@ -322,6 +322,44 @@ TEST(ExactReport, FacesThatCannotBeDrawnAreNamedAndCounted) {
                                              "2 bodies after data that cannot be read skipped"}));
 }
 
+// A wire body is passed over to reach the bodies after it. The extra
+// geometry section gives faces their styles, counted across the context's
+// bodies, after a summary of body types (the compressed kinds with a
+// tolerance). A section that fails outside any body keeps a reason.
+TEST(ExactReading, WireBodiesAndTheFaceStylesOfTheExtraSection) {
+    PRCBitWriter w;
+    geometryHead(w, 1);
+    contextHead(w, 3);
+    w.writeUnsignedInteger(prc::exact::kTopoSingleWireBody);
+    w.writeBit(false), w.writeCharacter(0), embedded(w, 145), w.writeBit(false), embedded(w, 0), w.writeBit(false);
+    for (int b = 0; b < 2; ++b) brepBody(w, 1, [](PRCBitWriter& w, uint32_t) { unitSphere(w), faceTail(w); });
+    prc::PRCBitReader r(w.bytes().data(), w.bytes().size(), 8137);
+    prc::exact::ExactGeometry g = prc::exact::readFileStructureGeometry(r);
+    ASSERT_EQ(g.contexts.size(), 1u);
+    ASSERT_EQ(g.contexts[0].bodies.size(), 3u);
+
+    PRCBitWriter x;
+    x.writeUnsignedInteger(prc::exact::kFileStructureExtraGeometry);
+    x.layout("u0 b00 u1 u3");  // one context, three bodies in its summary
+    x.writeUnsignedInteger(prc::exact::kTopoBrepDataCompress), x.writeDouble(0.5);
+    x.writeUnsignedInteger(173), x.writeDouble(0.5);  // a compressed tessellation
+    x.writeUnsignedInteger(prc::exact::kTopoBrepData);
+    x.writeUnsignedInteger(1), x.writeUnsignedInteger(prc::exact::kTopoFace), x.writeUnsignedInteger(2);
+    x.writeBit(false);  // the first face keeps its own
+    x.writeBit(true), x.writeBit(false), x.writeUnsignedInteger(1), x.writeUnsignedInteger(3), x.layout("c0 c0");
+    prc::PRCBitReader xr(x.bytes().data(), x.bytes().size(), 8137);
+    prc::exact::readFileStructureExtraGeometry(xr, g);
+    EXPECT_EQ(g.contexts[0].bodies[1].faces[0].line_style_index, 0xFFFFFFFFu);
+    EXPECT_EQ(g.contexts[0].bodies[2].faces[0].line_style_index, 2u);
+    EXPECT_LT(xr.bitsRemaining(), 8u);
+
+    PRCBitWriter bad;
+    geometryHead(bad, 1);
+    bad.writeUnsignedInteger(prc::exact::kTopoFace);  // where a context belongs
+    prc::PRCBitReader br(bad.bytes().data(), bad.bytes().size(), 8137);
+    EXPECT_EQ(prc::exact::readFileStructureGeometry(br).stop_reason, prc::exact::kSkipUnreadBodies);
+}
+
 // Counts checked against the data before anything is sized, bounded
 // recursion, degrees and nets refused: each section is read as far as it
 // can be and no further, with the reason kept.
