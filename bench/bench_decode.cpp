@@ -1,5 +1,6 @@
-// Whole decodes of every PRC file in the test data, beside zlib alone
-// inflating the same file's sections: how much of a decode is inflation.
+// Whole decodes of every PRC file in the test data (or of the files named by
+// MESHDRONE_BENCH_FILES, separated by colons), beside zlib alone inflating
+// the same file's sections: a decode against the floor that inflation sets.
 
 #include <benchmark/benchmark.h>
 
@@ -12,9 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "bench/zlib_sections.h"
 #include "model/decode_driver.h"
-#include "prc/io/inflate_section.h"
-#include "prc/io/prc_header.h"
 
 namespace {
 
@@ -48,26 +48,10 @@ void decodeFile(benchmark::State& state, const std::vector<uint8_t>& file, unsig
     state.counters["tri/s"] = benchmark::Counter(double(triangles), benchmark::Counter::kIsRate);
 }
 
-// Every section that a decode may inflate, each once.
+// zlib alone inflating the sections of the same file.
 void inflateFile(benchmark::State& state, const std::vector<uint8_t>& file) {
-    const prc::PRCHeader header = prc::readPRCHeader(file.data(), file.size());
-    std::vector<std::pair<uint32_t, uint32_t>> sections;
-    for (const prc::FileStructureDescriptor& d : header.file_structures)
-        for (size_t k = 1; k + 1 < d.offsets.size() && k <= 3; ++k)
-            if (d.offsets[k] < d.offsets[k + 1] && d.offsets[k + 1] <= file.size())
-                sections.emplace_back(d.offsets[k], d.offsets[k + 1]);
-    if (header.model_file_start < std::min<uint64_t>(header.model_file_end, file.size()))
-        sections.emplace_back(header.model_file_start, uint32_t(std::min<uint64_t>(header.model_file_end, file.size())));
-    for (auto _ : state) {
-        uint64_t inflated = 0;
-        for (auto [start, end] : sections) {
-            try {
-                inflated += prc::inflateSection(file.data() + start, end - start).size();
-            } catch (const std::exception&) {
-            }
-        }
-        benchmark::DoNotOptimize(inflated);
-    }
+    const auto sections = bench::sectionsOf(file);
+    for (auto _ : state) benchmark::DoNotOptimize(bench::zlibInflateSections(file, sections));
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file.size()));
 }
 
@@ -75,9 +59,17 @@ struct Registrar {
     std::vector<std::vector<uint8_t>> files;  // kept alive for the benchmarks
     Registrar() {
         std::vector<std::filesystem::path> paths;
-        for (const char* dir : {MESHDRONE_TEST_DATA, MESHDRONE_TEST_DATA "/gen"})
-            for (const auto& entry : std::filesystem::directory_iterator(dir))
-                if (entry.path().extension() == ".prc") paths.push_back(entry.path());
+        if (const char* named = std::getenv("MESHDRONE_BENCH_FILES")) {
+            for (std::string list = named; !list.empty();) {
+                const size_t colon = std::min(list.find(':'), list.size());
+                if (colon > 0) paths.emplace_back(list.substr(0, colon));
+                list.erase(0, colon + 1);
+            }
+        } else {
+            for (const char* dir : {MESHDRONE_TEST_DATA, MESHDRONE_TEST_DATA "/gen"})
+                for (const auto& entry : std::filesystem::directory_iterator(dir))
+                    if (entry.path().extension() == ".prc") paths.push_back(entry.path());
+        }
         std::sort(paths.begin(), paths.end());
         files.reserve(paths.size());
         for (const auto& path : paths) {

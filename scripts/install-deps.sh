@@ -3,7 +3,7 @@
 # when every package is already there it only checks and returns.
 set -euo pipefail
 
-packages=(g++ cmake ninja-build pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(g++ cmake ninja-build pkg-config patch zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev)
 # meshdrone-extract: PDF objects, PNG, glTF (and the JSON it is built on), its command
 # line; assimp reads the exported files back in its tests.
 packages+=(libqpdf-dev libpng-dev libtinygltf-dev nlohmann-json3-dev libcli11-dev assimp-utils)
@@ -26,6 +26,9 @@ if ! grep -qs "\"version\": \"$validator_version\"" "$validator_dir/node_modules
     echo "gltf-validator could not be installed with npm: glTF files are checked by assimp only"
   fi
 fi
+
+# libdeflate's source, which the build patches and compiles in (once, cached).
+bash "$(dirname "$0")/fetch-libdeflate.sh"
 
 missing=()
 for p in "${packages[@]}"; do

@@ -1,6 +1,9 @@
 #include "prc/io/inflate_section.h"
 
 #include <zlib.h>
+#ifdef MESHDRONE_LIBDEFLATE
+#include <libdeflate.h>
+#endif
 
 #include <algorithm>
 #include <cstdlib>
@@ -52,6 +55,42 @@ thread_local InflationFailureMemo* activeMemo = nullptr;
     throw std::runtime_error("inflateSection: decompression safety limit exceeded");
 }
 
+#ifdef MESHDRONE_LIBDEFLATE
+struct Decompressor {
+    libdeflate_decompressor* d = libdeflate_alloc_decompressor();
+    ~Decompressor() { libdeflate_free_decompressor(d); }
+    Decompressor(const Decompressor&) = delete;
+    Decompressor& operator=(const Decompressor&) = delete;
+    Decompressor() = default;
+};
+
+// libdeflate inflates a whole stream in one call, two to three times as fast
+// as zlib. Built with third_party/libdeflate's patch, it refuses every stream
+// that zlib refuses (it reads no more than zlib, and a refusal only costs the
+// time of the zlib run after it); but it can neither grow its buffer nor tell
+// zlib's messages or the bytes zlib writes before it fails. So it
+// gets the first buffer of the growth rule, and only an output that ends
+// strictly inside that buffer and inside the pass's budget is taken from it:
+// zlib, given the same room, ends in its first call with the same bytes. Every
+// other case (a failure, a full buffer, a budget that could run out) is
+// inflated again by zlib, which then fails or grows exactly as the rule says.
+bool inflateAtOnce(const uint8_t* section, uint64_t length, uint64_t capacity, InflationBudget* budget,
+                   std::vector<uint8_t>& result) {
+    if (capacity > 0xFFFFFFFFu || (budget && budget->left() <= capacity)) return false;
+    const Decompressor decompressor;
+    if (!decompressor.d) return false;
+    RawBuffer out(capacity);
+    size_t consumed = 0, produced = 0;  // bytes after the stream's end are ignored, as zlib ignores them
+    const libdeflate_result rc = libdeflate_zlib_decompress_ex(decompressor.d, section, uInt(length), out.data(),
+                                                               size_t(capacity), &consumed, &produced);
+    if (rc != LIBDEFLATE_SUCCESS || produced >= capacity) return false;
+    if (budget) budget->draw(produced);
+    result.assign(out.data(), out.data() + produced);
+    return true;
+}
+
+#endif
+
 }  // namespace
 
 InflationBudget::InflationBudget(uint64_t bytes) : left_(bytes), outer_(activeBudget) { activeBudget = this; }
@@ -92,13 +131,17 @@ std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uin
     InflationFailureMemo* const memo = activeMemo;
     if (memo && memo->failed(section, length, safetyLimit)) safetyLimitExceeded();
     uint64_t capacity = length * 8 + 4096;
+    InflationBudget* const budget = activeBudget;
+    std::vector<uint8_t> result;
+#ifdef MESHDRONE_LIBDEFLATE
+    if (inflateAtOnce(section, length, capacity, budget, result)) return result;
+#endif
     RawBuffer out(capacity);
     InflateStream stream;
     z_stream& zs = stream.zs;
     zs.next_in = const_cast<Bytef*>(section);
     zs.avail_in = uInt(length);  // the format hands zlib a 32-bit count
     uint64_t used = 0;
-    InflationBudget* const budget = activeBudget;
     for (;;) {
         if (used == capacity) {
             if (capacity > safetyLimit) {

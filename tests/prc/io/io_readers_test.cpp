@@ -328,6 +328,92 @@ TEST(InflateSection, RoundTripsAndBrokenStreams) {
     }
 }
 
+// Deflate streams that zlib refuses and a lenient inflater reads to the end
+// (a fast inflater's leniency would change the message and the bytes): each
+// is closed by the Adler-32 of what the lenient reading gives, so that only
+// the refusal itself can stop it.
+TEST(InflateSection, WhatZlibRefusesStaysRefused) {
+    struct Deflate {  // deflate's bit order: fields from the low bit, Huffman codes from their first bit
+        std::vector<uint8_t> bytes;
+        uint32_t bit = 0;
+        Deflate& field(uint32_t value, int n) {
+            for (int i = 0; i < n; ++i, ++bit) {
+                if (bit % 8 == 0) bytes.push_back(0);
+                bytes.back() |= uint8_t(((value >> i) & 1) << (bit % 8));
+            }
+            return *this;
+        }
+        Deflate& code(uint32_t value, int n) {
+            for (int i = n - 1; i >= 0; --i) field(value >> i, 1);
+            return *this;
+        }
+        // A dynamic block's header with lengths sent as precode symbols 0..15,
+        // each of the precode's codes given by the caller.
+        Deflate& dynamic(const std::vector<uint8_t>& lit, const std::vector<uint8_t>& dist,
+                         const std::map<int, std::pair<uint32_t, int>>& pre) {
+            field(1, 1).field(2, 2).field(uint32_t(lit.size() - 257), 5).field(uint32_t(dist.size() - 1), 5).field(15, 4);
+            for (int s : {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15})
+                field(pre.count(s) ? uint32_t(pre.at(s).second) : 0, 3);
+            for (const auto* lens : {&lit, &dist})
+                for (uint8_t len : *lens) code(pre.at(len).first, pre.at(len).second);
+            return *this;
+        }
+        std::vector<uint8_t> zlib(const std::vector<uint8_t>& lenientOutput) const {
+            std::vector<uint8_t> s(bytes.size() + 2);
+            s[0] = 0x78, s[1] = 0x9C;
+            std::copy(bytes.begin(), bytes.end(), s.begin() + 2);
+            uint32_t a = 1, b = 0;
+            for (uint8_t c : lenientOutput) a = (a + c) % 65521, b = (b + a) % 65521;
+            for (int shift : {24, 16, 8, 0}) s.push_back(uint8_t((b << 16 | a) >> shift));
+            return s;
+        }
+    };
+    const std::string literal = "inflate failed: invalid literal/length code";
+    const std::string distance = "inflate failed: invalid distance code";
+    const std::string symbols = "inflate failed: too many length or distance symbols";
+    std::vector<std::pair<std::vector<uint8_t>, std::string>> cases;
+    // Fixed codes: 'a', then length symbol 286 (read leniently as 258) at distance 1.
+    cases.push_back({Deflate().field(1, 1).field(1, 2).code(0x30 + 'a', 8).code(0xC6, 8).code(0, 5).code(0, 7)
+                         .zlib(std::vector<uint8_t>(259, 'a')), literal});
+    // 32768 stored bytes, then a fixed block copying 3 of them from distance
+    // symbol 30 (read leniently as 29: 24577 back).
+    Deflate far;
+    far.field(0, 1).field(0, 2).field(0, 5).field(0x8000, 16).field(0x7FFF, 16);
+    std::vector<uint8_t> farOutput(0x8000);
+    for (size_t i = 0; i < farOutput.size(); ++i) farOutput[i] = uint8_t(i * 7);
+    for (uint8_t c : farOutput) far.field(c, 8);
+    far.field(1, 1).field(1, 2).code(1, 7).code(30, 5).field(0, 13).code(0, 7);
+    for (size_t i = 0; i < 3; ++i) farOutput.push_back(farOutput[0x8000 - 24577 + i]);
+    cases.push_back({far.zlib(farOutput), distance});
+    // 287 and 286 litlen lengths, and 30 and 31 distance lengths, each a
+    // complete code of two lengths (n symbols of lengths L and L + 1: the
+    // first 2^(L+1) - n get L), then the end of the block: its 9-bit code is
+    // the litlen code's count of 8-bit lengths plus 256.
+    const std::map<int, std::pair<uint32_t, int>> fourCodes = {{4, {0, 2}}, {5, {1, 2}}, {8, {2, 2}}, {9, {3, 2}}};
+    const auto complete = [](int n, uint8_t shortLength) {
+        std::vector<uint8_t> lens(size_t(n), uint8_t(shortLength + 1));
+        std::fill_n(lens.begin(), (2 << shortLength) - n, shortLength);
+        return lens;
+    };
+    for (auto [nlit, ndist] : {std::pair{287, 30}, {286, 31}})
+        cases.push_back({Deflate().dynamic(complete(nlit, 8), complete(ndist, 4), fourCodes)
+                             .code(uint32_t(512 - nlit + 256), 9).zlib({}), symbols});
+    // One litlen code (the end, of length 1) and one distance code: zlib
+    // gives them the codeword 0 only; the block ends with a 1.
+    std::vector<uint8_t> single(257, 0);
+    single[256] = 1;
+    const std::map<int, std::pair<uint32_t, int>> twoCodes = {{0, {0, 1}}, {1, {1, 1}}};
+    cases.push_back({Deflate().dynamic(single, {1}, twoCodes).code(1, 1).zlib({}), literal});
+    // No distance code at all, and a match: 'a' (0), length 3 (11), the
+    // distance read leniently as 1 from one bit, the end (10).
+    std::vector<uint8_t> three(258, 0);
+    three['a'] = 1, three[256] = 2, three[257] = 2;
+    cases.push_back({Deflate().dynamic(three, {0}, {{0, {0, 2}}, {1, {1, 2}}, {2, {2, 2}}, {3, {3, 2}}})
+                         .code(0, 1).code(3, 2).code(0, 1).code(2, 2).zlib({'a', 'a', 'a', 'a'}), distance});
+    for (const auto& [stream, message] : cases)
+        EXPECT_EQ(errorOf([&] { inflateSection(stream.data(), stream.size()); }), message) << stream.size();
+}
+
 // Bytes that exceeded the limit once fail at once while the memo lives; the
 // same stream at another place, or under another limit, is inflated anew.
 TEST(InflateSection, FailureMemoSparesTheSecondInflation) {
