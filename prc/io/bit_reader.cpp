@@ -282,13 +282,28 @@ double PRCBitReader::readDoubleInWindow() {
     b[7] = uint8_t(sign << 7 | exponent >> 4);
     b[6] = uint8_t((exponent << 4 | nibble) & 0xFF);
     load();
-    // Mostly six literal bytes, each after a 1 bit: 54 bits taken at once.
-    constexpr uint64_t kLiteralFlags = 0x8040201008040000ull;  // bits 63, 54, 45, 36, 27 and 18
-    if ((window & kLiteralFlags) == kLiteralFlags) {
-        uint64_t pattern = sign << 63 | exponent << 52 | nibble << 48;
-        for (int k = 0; k < 6; ++k) pattern |= ((window >> (55 - 9 * k)) & 0xFF) << (40 - 8 * k);
+    // Most mantissas are a run of literal bytes (each a 1 bit and 8 bits),
+    // then either nothing more (six literals) or the code 0 (a 0 bit and 000),
+    // which repeats the last byte to the end: coordinates written from floats
+    // end in zero bytes. That shape is read without a branch per byte, from
+    // the 57 or more bits of one load (the longest, six literals, takes 54).
+    uint32_t flags = 0;
+    uint64_t literals = 0;  // the six candidate bytes, b[5] highest
+    for (int k = 0; k < 6; ++k) {
+        flags |= uint32_t((window >> (63 - 9 * k)) & 1) << k;
+        literals |= ((window >> (55 - 9 * k)) & 0xFF) << (40 - 8 * k);
+    }
+    const int run = std::countr_one(flags);
+    const uint64_t head = sign << 63 | exponent << 52 | nibble << 48;
+    if (run == 6) {
         at += 54;
-        return done(std::bit_cast<double>(pattern));
+        return done(std::bit_cast<double>(head | literals));
+    }
+    if (((window >> (60 - 9 * run)) & 0xF) == 0) {
+        const uint64_t tail = (uint64_t(1) << (8 * (6 - run))) - 1;  // the bytes the code fills
+        const uint64_t last = run == 0 ? b[6] : (literals >> (48 - 8 * run)) & 0xFF;
+        at += uint32_t(9 * run + 4);
+        return done(std::bit_cast<double>(head | (literals & ~tail & 0xFFFFFFFFFFFFull) | (last * 0x010101010101ull & tail)));
     }
     for (int i = 5; i >= 0; --i) {
         if (take(1)) {

@@ -80,10 +80,21 @@ TEST(BitReader, MantissaReferenceCodes) {
     const std::string head = "10011 0 1 1000 ";
     const std::pair<std::string, uint64_t> cases[] = {
         {head + "1 00010001 1 00100010 1 00110011 0 000", 0x3FF8112233333333},
+        {head + "0 000", 0x3FF8F8F8F8F8F8F8},
+        {head + "1 00010001 1 00100010 1 00110011 1 01000100 1 01010101 0 000", 0x3FF8112233445555},
+        {head + "1 00010001 1 00100010 1 00110011 1 01000100 1 01010101 1 01100110", 0x3FF8112233445566},
         {head + "0 110 01010101", 0x3FF8F8F8F8F8F855},
         {"10011 1 1 1000 0 010 1 00000001 1 00000010 1 00000011 1 00000100 0 111", 0xBFF8BF01020304BF},
     };
-    for (const auto& [bits, pattern] : cases) EXPECT_EQ(patternOf(Stream(bits).r.readDouble()), pattern) << bits;
+    // Read at the end of the data and with 16 bytes after it (where a double
+    // is taken from whole 64-bit loads); the next double must start right after.
+    const std::string zero = " 01 0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000000";
+    for (const auto& [bits, pattern] : cases) {
+        EXPECT_EQ(patternOf(Stream(bits).r.readDouble()), pattern) << bits;
+        Stream padded(bits + zero);
+        EXPECT_EQ(patternOf(padded.r.readDouble()), pattern) << bits;
+        EXPECT_EQ(padded.r.readDouble(), 0.0) << bits;
+    }
     for (const std::string& bits : {head + "0 011 0000000", head + "1 00000001 1 00000010 1 00000011 1 00000100 0 111"})
         EXPECT_EQ(errorOf([&] { Stream(bits + " 0000").r.readDouble(); }),
                   "PRCBitReader: riferimento di mantissa non valido");
