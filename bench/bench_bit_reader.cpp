@@ -97,13 +97,13 @@ void BM_CompressedRecords(benchmark::State& state) {
     std::ifstream in(MESHDRONE_TEST_DATA "/913427806a00.prc", std::ios::binary);
     const std::vector<uint8_t> file{std::istreambuf_iterator<char>(in), {}};
     const prc::PRCHeader header = prc::readPRCHeader(file.data(), file.size());
-    std::vector<std::vector<uint8_t>> sections;
+    std::vector<prc::InflatedSection> sections;
     for (const prc::FileStructureDescriptor& fs : header.file_structures)
         sections.push_back(prc::inflateFileSection(file.data(), file.size(), fs.offsets[3], fs.offsets[4]));
     int64_t triangles = 0;
     for (auto _ : state) {
         triangles = 0;
-        for (const std::vector<uint8_t>& section : sections) {
+        for (const prc::InflatedSection& section : sections) {
             std::vector<prc::PRC3DTessCompressed> records;
             prc::readFileStructureTessellation(section.data(), section.size(), 0, 23306, records, nullptr);
             for (const prc::PRC3DTessCompressed& record : records) triangles += int64_t(record.triangle_face_array.size());

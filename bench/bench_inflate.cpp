@@ -57,7 +57,7 @@ const Section& section() {
 void BM_InflateSection(benchmark::State& state) {
     const Section& s = section();
     for (auto _ : state) {
-        std::vector<uint8_t> out = prc::inflateSection(s.deflated.data(), s.deflated.size());
+        prc::InflatedSection out = prc::inflateSection(s.deflated.data(), s.deflated.size());
         benchmark::DoNotOptimize(out.data());
     }
     state.SetBytesProcessed(state.iterations() * int64_t(s.inflated.size()));

@@ -44,7 +44,7 @@ void seedsOf(const fs::path& corpus, const fs::path& path) {
         const uint32_t version = o.empty() ? 0 : uint32_t(prc::readFileStructureHeader(file.data(), file.size(), o[0]) >> 32);
         for (size_t k = 1; k <= 4 && k + 1 < o.size(); ++k) {
             try {
-                Bytes section = prc::inflateFileSection(file.data(), file.size(), o[k], o[k + 1]);
+                Bytes section = prc::inflateFileSection(file.data(), file.size(), o[k], o[k + 1]).toVector();
                 section.insert(section.begin(), fuzz::versionSelector(version));
                 if (k == 4) {  // the geometry section, after the byte that picks the tolerance (2^-9)
                     section.insert(section.begin() + 1, uint8_t(9));

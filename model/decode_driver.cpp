@@ -38,7 +38,7 @@ void countGlobals(const prc::PRCHeader& header, const uint8_t* data, uint64_t si
     for (const prc::FileStructureDescriptor& d : header.file_structures) {
         if (d.offsets.size() < 3 || !sectionUsable(d.offsets, 1, size)) continue;
         try {
-            const std::vector<uint8_t> section = prc::inflateFileSection(data, size, d.offsets[1], d.offsets[2]);
+            const prc::InflatedSection section = prc::inflateFileSection(data, size, d.offsets[1], d.offsets[2]);
             prc::PRCBitReader r(section.data(), section.size(),
                                 fileStructureAuthoringVersion(data, size, d.offsets[0]));
             const prc::PRCGlobals globals = prc::readFileStructureGlobals(r);
@@ -91,7 +91,7 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, unsigned threa
     if (ctx.header.model_file_start >= end) throw std::runtime_error("model file: offset fuori dal file");
     std::vector<ModelFileRoot> roots;
     {
-        const std::vector<uint8_t> section =
+        const prc::InflatedSection section =
             prc::inflateSection(data + ctx.header.model_file_start, end - ctx.header.model_file_start);
         prc::PRCBitReader r(section.data(), section.size(), kNewestVersion);
         roots = readModelFile(r);
@@ -123,7 +123,7 @@ PreviewMesh runFlatPass(const uint8_t* data, uint64_t size) {
         prc::PRCGlobals globals;
         if (sectionUsable(d.offsets, 1, size)) {
             try {
-                const std::vector<uint8_t> section = prc::inflateFileSection(data, size, d.offsets[1], d.offsets[2]);
+                const prc::InflatedSection section = prc::inflateFileSection(data, size, d.offsets[1], d.offsets[2]);
                 prc::PRCBitReader r(section.data(), section.size(), kNewestVersion);
                 globals = prc::readFileStructureGlobals(r);
             } catch (const std::exception&) {
@@ -134,7 +134,7 @@ PreviewMesh runFlatPass(const uint8_t* data, uint64_t size) {
         std::vector<prc::PRC3DTess> tessellations;
         std::vector<prc::PRC3DTessCompressed> compressed;
         try {
-            const std::vector<uint8_t> section = prc::inflateFileSection(data, size, d.offsets[3], d.offsets[4]);
+            const prc::InflatedSection section = prc::inflateFileSection(data, size, d.offsets[3], d.offsets[4]);
             const uint64_t versions = prc::readFileStructureHeader(data, size, d.offsets[0]);
             tessellations = prc::readFileStructureTessellation(section.data(), section.size(), uint32_t(versions),
                                                                uint32_t(versions >> 32), compressed, nullptr);

@@ -81,7 +81,7 @@ ExactGeometry readExactGeometry(const prc::PRCHeader& header, size_t index, cons
         return prc::inflateSection(data + start, end - start);
     };
     try {
-        const std::vector<uint8_t> bytes = section(4);
+        const prc::InflatedSection bytes = section(4);
         prc::PRCBitReader r(bytes.data(), bytes.size(), version);
         geometry = prc::exact::readFileStructureGeometry(r);
     } catch (const std::exception&) {
@@ -89,7 +89,7 @@ ExactGeometry readExactGeometry(const prc::PRCHeader& header, size_t index, cons
     }
     if (offsets.size() < 6) return geometry;
     try {
-        const std::vector<uint8_t> bytes = section(5);
+        const prc::InflatedSection bytes = section(5);
         prc::PRCBitReader r(bytes.data(), bytes.size(), version);
         prc::exact::readFileStructureExtraGeometry(r, geometry);
     } catch (const std::exception&) {

@@ -22,7 +22,7 @@ void readFileStructureInternalData(PRCBitReader& r) {
 
 }  // namespace
 
-std::vector<uint8_t> inflateFileSection(const uint8_t* data, uint64_t size, uint32_t start, uint32_t end) {
+InflatedSection inflateFileSection(const uint8_t* data, uint64_t size, uint32_t start, uint32_t end) {
     if (end <= start || end > size) throw std::runtime_error("sezione vuota o fuori dal file");
     return inflateSection(data + start, end - start);
 }
@@ -114,14 +114,14 @@ void readFileStructure(const PRCHeader& header, std::vector<PRCFileStructure>& f
     // Each section has its own buffer and reader; a failure loses that
     // section only.
     try {
-        const std::vector<uint8_t> section = inflateFileSection(data, size, offsets[1], offsets[2]);
+        const InflatedSection section = inflateFileSection(data, size, offsets[1], offsets[2]);
         PRCBitReader r(section.data(), section.size(), fs.authoring_version);
         fs.globals = readFileStructureGlobals(r);
     } catch (const std::exception&) {
     }
 
     try {
-        const std::vector<uint8_t> section = inflateFileSection(data, size, offsets[2], offsets[3]);
+        const InflatedSection section = inflateFileSection(data, size, offsets[2], offsets[3]);
         PRCBitReader r(section.data(), section.size(), fs.authoring_version);
         PRCFileStructureTree tree = readFileStructureTree(r);
         fs.part_definitions = std::move(tree.part_definitions);
@@ -133,7 +133,7 @@ void readFileStructure(const PRCHeader& header, std::vector<PRCFileStructure>& f
     // The compressed records and refs are filled in place, so those read
     // before a failure stay.
     try {
-        const std::vector<uint8_t> section = inflateFileSection(data, size, offsets[3], offsets[4]);
+        const InflatedSection section = inflateFileSection(data, size, offsets[3], offsets[4]);
         fs.tessellations =
             readFileStructureTessellation(section.data(), section.size(), fs.minimal_version_for_read,
                                           fs.authoring_version, fs.compressed_tessellations, &fs.tessellation_refs);

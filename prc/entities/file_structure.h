@@ -14,6 +14,7 @@
 #include "prc/entities/representation_item.h"
 #include "prc/entities/transformation.h"
 #include "prc/io/bit_reader.h"
+#include "prc/io/inflate_section.h"
 #include "prc/io/prc_header.h"
 #include "prc/tess/face_triangulation.h"
 #include "prc/tess/tessellation_section.h"
@@ -89,6 +90,6 @@ PRCProductOccurrence readProductOccurrence(PRCBitReader& r);
 
 // The inflated bytes of [start, end) of the file; fails with
 // "sezione vuota o fuori dal file" when the range is empty or leaves the file.
-std::vector<uint8_t> inflateFileSection(const uint8_t* data, uint64_t size, uint32_t start, uint32_t end);
+InflatedSection inflateFileSection(const uint8_t* data, uint64_t size, uint32_t start, uint32_t end);
 
 }  // namespace prc

@@ -11,6 +11,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace prc {
 
@@ -26,26 +27,6 @@ struct InflateStream {
     ~InflateStream() { inflateEnd(&zs); }
     InflateStream(const InflateStream&) = delete;
     InflateStream& operator=(const InflateStream&) = delete;
-};
-
-// A growable byte buffer that leaves its bytes uninitialised.
-class RawBuffer {
-public:
-    explicit RawBuffer(uint64_t size) : data_(static_cast<uint8_t*>(std::malloc(size_t(size)))) {
-        if (!data_) throw std::bad_alloc();
-    }
-    ~RawBuffer() { std::free(data_); }
-    RawBuffer(const RawBuffer&) = delete;
-    RawBuffer& operator=(const RawBuffer&) = delete;
-    void resize(uint64_t size) {
-        void* grown = std::realloc(data_, size_t(size));
-        if (!grown) throw std::bad_alloc();
-        data_ = static_cast<uint8_t*>(grown);
-    }
-    uint8_t* data() { return data_; }
-
-private:
-    uint8_t* data_;
 };
 
 thread_local InflationBudget* activeBudget = nullptr;
@@ -74,24 +55,48 @@ struct Decompressor {
 // zlib, given the same room, ends in its first call with the same bytes. Every
 // other case (a failure, a full buffer, a budget that could run out) is
 // inflated again by zlib, which then fails or grows exactly as the rule says.
-bool inflateAtOnce(const uint8_t* section, uint64_t length, uint64_t capacity, InflationBudget* budget,
-                   std::vector<uint8_t>& result) {
+bool inflateAtOnce(const uint8_t* section, uint64_t length, InflationBudget* budget, InflatedSection& out) {
+    const uint64_t capacity = out.size();
     if (capacity > 0xFFFFFFFFu || (budget && budget->left() <= capacity)) return false;
     const Decompressor decompressor;
     if (!decompressor.d) return false;
-    RawBuffer out(capacity);
     size_t consumed = 0, produced = 0;  // bytes after the stream's end are ignored, as zlib ignores them
     const libdeflate_result rc = libdeflate_zlib_decompress_ex(decompressor.d, section, uInt(length), out.data(),
                                                                size_t(capacity), &consumed, &produced);
     if (rc != LIBDEFLATE_SUCCESS || produced >= capacity) return false;
     if (budget) budget->draw(produced);
-    result.assign(out.data(), out.data() + produced);
+    out.resize(produced);
     return true;
 }
 
 #endif
 
 }  // namespace
+
+InflatedSection::InflatedSection(uint64_t capacity) {
+    resize(capacity);
+}
+
+InflatedSection::~InflatedSection() { std::free(data_); }
+
+InflatedSection::InflatedSection(InflatedSection&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+
+InflatedSection& InflatedSection::operator=(InflatedSection&& other) noexcept {
+    std::free(data_);
+    data_ = std::exchange(other.data_, nullptr);
+    size_ = std::exchange(other.size_, 0);
+    return *this;
+}
+
+void InflatedSection::resize(uint64_t size) {
+    // realloc keeps the block when it shrinks (a large one gives its tail
+    // pages back); a size of zero keeps one byte so that data() stays valid.
+    void* resized = std::realloc(data_, size_t(std::max<uint64_t>(size, 1)));
+    if (!resized) throw std::bad_alloc();
+    data_ = static_cast<uint8_t*>(resized);
+    size_ = size;
+}
 
 InflationBudget::InflationBudget(uint64_t bytes) : left_(bytes), outer_(activeBudget) { activeBudget = this; }
 
@@ -118,25 +123,23 @@ void InflationFailureMemo::add(const uint8_t* section, uint64_t length, uint64_t
     failures_.push_back({section, length, safetyLimit});
 }
 
-std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length) {
+InflatedSection inflateSection(const uint8_t* section, uint64_t length) {
     return inflateSection(section, length, kInflateSafetyLimit);
 }
 
-std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uint64_t safetyLimit) {
+InflatedSection inflateSection(const uint8_t* section, uint64_t length, uint64_t safetyLimit) {
     // Eight times the input plus a page covers most sections in one go. PRC
     // sections are bit-packed and rarely shrink by more than a third under
     // zlib, so most of that buffer is never written: it stays uninitialised
-    // (untouched pages cost no memory) and the result is copied out at its
-    // exact size.
+    // (untouched pages cost no memory) and is shrunk to the bytes written.
     InflationFailureMemo* const memo = activeMemo;
     if (memo && memo->failed(section, length, safetyLimit)) safetyLimitExceeded();
     uint64_t capacity = length * 8 + 4096;
     InflationBudget* const budget = activeBudget;
-    std::vector<uint8_t> result;
+    InflatedSection out(capacity);
 #ifdef MESHDRONE_LIBDEFLATE
-    if (inflateAtOnce(section, length, capacity, budget, result)) return result;
+    if (inflateAtOnce(section, length, budget, out)) return out;
 #endif
-    RawBuffer out(capacity);
     InflateStream stream;
     z_stream& zs = stream.zs;
     zs.next_in = const_cast<Bytef*>(section);
@@ -164,7 +167,10 @@ std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uin
             throw std::runtime_error(std::string("inflate failed: ") + (zs.msg ? zs.msg : "?"));
         used += room - zs.avail_out;
         if (budget) budget->draw(room - zs.avail_out);
-        if (rc == Z_STREAM_END) return std::vector<uint8_t>(out.data(), out.data() + used);
+        if (rc == Z_STREAM_END) {
+            out.resize(used);
+            return out;
+        }
     }
 }
 

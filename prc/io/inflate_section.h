@@ -9,11 +9,35 @@ namespace prc {
 // The buffer is not grown further once it exceeds this size (512 MiB - 1).
 constexpr uint64_t kInflateSafetyLimit = 0x1FFFFFFF;
 
-std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length);
+// The bytes of one inflated section, left in the buffer they were inflated
+// into and shrunk to their size: no copy, and the part of a buffer sized
+// ahead that was never written is never touched.
+class InflatedSection {
+public:
+    InflatedSection() = default;
+    explicit InflatedSection(uint64_t capacity);  // uninitialised bytes; std::bad_alloc if there is no room
+    ~InflatedSection();
+    InflatedSection(InflatedSection&& other) noexcept;
+    InflatedSection& operator=(InflatedSection&& other) noexcept;
+
+    const uint8_t* data() const { return data_; }
+    uint8_t* data() { return data_; }
+    uint64_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    std::vector<uint8_t> toVector() const { return {data_, data_ + size_}; }
+
+    void resize(uint64_t size);  // keeps the bytes that stay; new ones are uninitialised
+
+private:
+    uint8_t* data_ = nullptr;
+    uint64_t size_ = 0;
+};
+
+InflatedSection inflateSection(const uint8_t* section, uint64_t length);
 
 // The same with another bound in place of kInflateSafetyLimit, so that the
 // growth rule can be exercised without half a gigabyte of output.
-std::vector<uint8_t> inflateSection(const uint8_t* section, uint64_t length, uint64_t safetyLimit);
+InflatedSection inflateSection(const uint8_t* section, uint64_t length, uint64_t safetyLimit);
 
 // The output that the inflations of one decode pass may produce together:
 // twice the most that the growth rule lets one section take. The header may

@@ -90,7 +90,7 @@ void readTessellations(const uint8_t* data, uint64_t size, const prc::FileStruct
         if (fs.offsets.size() < 5 || fs.offsets[4] < fs.offsets[3] || fs.offsets[4] > size)
             throw std::runtime_error("no tessellation section");
         const uint64_t head = prc::readFileStructureHeader(data, size, fs.offsets[0]);
-        const std::vector<uint8_t> section =
+        const prc::InflatedSection section =
             prc::inflateSection(data + fs.offsets[3], uint64_t(fs.offsets[4]) - fs.offsets[3]);
         std::vector<prc::PRC3DTess> tess = prc::readFileStructureTessellation(
             section.data(), section.size(), uint32_t(head), uint32_t(head >> 32), compressed ? *compressed : ignored,
