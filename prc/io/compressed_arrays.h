@@ -35,6 +35,7 @@ public:
     uint64_t position() const { return position_; }
     void seek(uint64_t position) { position_ = position; }
     uint64_t bitCount() const { return bit_count_; }
+    const uint8_t* bytes() const { return bytes_; }
 
 private:
     uint32_t peek32NearEnd() const;
