@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <exception>
+#include <memory>
 
 #include "model/assembly.h"
 #include "platform/threads.h"
@@ -22,17 +23,77 @@ struct Jobs {
     std::atomic<size_t> next{0};
 };
 
+void rebuild(prc::PRCFileStructure& fs, size_t record) {
+    prc::RebuiltCompressedTess& out = fs.rebuilt_compressed[record];
+    try {
+        out.geometry = compressedTessGeometry(fs.compressed_tessellations[record]);
+    } catch (...) {
+        out.failure = std::current_exception();
+    }
+}
+
 void runJobs(void* context) {
     Jobs& jobs = *static_cast<Jobs*>(context);
-    for (size_t i; (i = jobs.next.fetch_add(1, std::memory_order_relaxed)) < jobs.list.size();) {
-        const Job& job = jobs.list[i];
-        prc::RebuiltCompressedTess& out = job.fs->rebuilt_compressed[job.record];
+    for (size_t i; (i = jobs.next.fetch_add(1, std::memory_order_relaxed)) < jobs.list.size();)
+        rebuild(*jobs.list[i].fs, jobs.list[i].record);
+}
+
+// The reading thread publishes each file structure once read (its records
+// and their entries in place); every thread claims records of the published
+// ones through the file structure's counter.
+struct Pipeline {
+    std::vector<prc::PRCFileStructure>& fs;
+    const std::function<void(size_t)>& read;
+    std::unique_ptr<std::atomic<size_t>[]> next;
+    std::atomic<size_t> published{0};
+    std::atomic<bool> done{false};
+    std::exception_ptr failure;
+};
+
+thread_local bool readingThread = false;
+
+void produce(Pipeline& p) {
+    for (size_t i = 0; i < p.fs.size(); ++i) {
         try {
-            out.geometry = compressedTessGeometry(job.fs->compressed_tessellations[job.record]);
+            p.read(i);
         } catch (...) {
-            out.failure = std::current_exception();
+            p.failure = std::current_exception();
+            break;
         }
+        try {
+            p.fs[i].rebuilt_compressed.resize(p.fs[i].compressed_tessellations.size());
+        } catch (const std::bad_alloc&) {
+            p.fs[i].rebuilt_compressed.clear();  // the walk rebuilds them itself
+        }
+        p.published.store(i + 1, std::memory_order_release);
     }
+    p.done.store(true, std::memory_order_release);
+}
+
+void consume(Pipeline& p) {
+    for (size_t f = 0;;) {
+        const bool done = p.done.load(std::memory_order_acquire);
+        const size_t published = p.published.load(std::memory_order_acquire);
+        bool found = false;
+        while (f < published && !found) {
+            const size_t r = p.next[f].fetch_add(1, std::memory_order_relaxed);
+            if (r < p.fs[f].rebuilt_compressed.size()) {
+                rebuild(p.fs[f], r);
+                found = true;
+            } else {
+                ++f;
+            }
+        }
+        if (found) continue;
+        if (done) return;  // and everything published before done was seen
+        platformYield();
+    }
+}
+
+void runPipeline(void* context) {
+    Pipeline& p = *static_cast<Pipeline*>(context);
+    if (readingThread) produce(p);
+    if (!p.failure) consume(p);
 }
 
 // Below this a second thread costs more than it saves: starting and joining
@@ -70,6 +131,23 @@ void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStru
     std::stable_sort(jobs.list.begin(), jobs.list.end(),
                      [](const Job& a, const Job& b) { return a.triangles > b.triangles; });
     platformRunOnThreads(unsigned(std::min<size_t>(processors, jobs.list.size())), runJobs, &jobs);
+}
+
+void readAndRebuild(std::vector<prc::PRCFileStructure>& fileStructures, const std::function<void(size_t)>& read,
+                    uint64_t tessellationBytes, unsigned threads) {
+    unsigned processors = 1;
+    if (tessellationBytes >= kPipelineBytes && threads != 1 && fileStructures.size() != 0)
+        processors = threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
+    if (processors < 2) {
+        for (size_t i = 0; i < fileStructures.size(); ++i) read(i);
+        rebuildCompressedTessellations(fileStructures, threads);
+        return;
+    }
+    Pipeline p{fileStructures, read, std::make_unique<std::atomic<size_t>[]>(fileStructures.size()), {}, {}, {}};
+    readingThread = true;
+    platformRunOnThreads(processors, runPipeline, &p);
+    readingThread = false;
+    if (p.failure) std::rethrow_exception(p.failure);
 }
 
 }  // namespace model

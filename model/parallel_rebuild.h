@@ -2,6 +2,8 @@
 // The highly compressed tessellations of a pass rebuilt on every processor
 // before the walk that places them.
 
+#include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "prc/entities/file_structure.h"
@@ -17,5 +19,20 @@ namespace model {
 // worth a thread, or when the entries cannot be allocated, nothing is done
 // and the walk rebuilds as before.
 void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStructures, unsigned threads = 0);
+
+// Calls read(i) for every file structure, in order, on the calling thread
+// (where the pass's inflation budget and memo live), and rebuilds the
+// compressed tessellations: when the tessellation sections hold at least
+// kPipelineBytes (tessellationBytes, from the header) and threads and
+// processors allow, the other processors rebuild the records of each file
+// structure as soon as it is read, and the calling thread joins them after
+// the last; otherwise as rebuildCompressedTessellations after the reading.
+// Whatever read throws is thrown again once every thread has stopped.
+void readAndRebuild(std::vector<prc::PRCFileStructure>& fileStructures, const std::function<void(size_t)>& read,
+                    uint64_t tessellationBytes, unsigned threads = 0);
+
+// About 25,000 compressed or 6,500 plain triangles: below that a thread that
+// waits for the reading costs more than the rebuild it could overlap.
+constexpr uint64_t kPipelineBytes = 64 * 1024;
 
 }  // namespace model

@@ -11,3 +11,7 @@ unsigned platformProcessorCount();
 // out: work must share its task through the context, so that the runs that do
 // start finish it. work must not throw.
 void platformRunOnThreads(unsigned threads, void (*work)(void*), void* context);
+
+// Gives the processor to another thread that is ready to run, if any: for a
+// thread that waits on another's progress without a lock.
+void platformYield();

@@ -21,3 +21,5 @@ void platformRunOnThreads(unsigned threads, void (*work)(void*), void* context) 
     work(context);
     for (std::thread& t : started) t.join();
 }
+
+void platformYield() { std::this_thread::yield(); }

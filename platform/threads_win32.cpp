@@ -42,3 +42,5 @@ void platformRunOnThreads(unsigned threads, void (*work)(void*), void* context) 
         CloseHandle(started[i]);
     }
 }
+
+void platformYield() { SwitchToThread(); }
