@@ -98,16 +98,13 @@ PreviewMesh runStructuredPass(const uint8_t* data, uint64_t size, unsigned threa
     }
 
     ctx.file_structures.resize(ctx.header.file_structures.size());
-    uint64_t tessellationBytes = 0;
-    for (const prc::FileStructureDescriptor& d : ctx.header.file_structures)
-        if (sectionUsable(d.offsets, 3, size)) tessellationBytes += d.offsets[4] - d.offsets[3];
     readAndRebuild(
         ctx.file_structures,
         [&](size_t i) {
             prc::readFileStructure(ctx.header, ctx.file_structures, data, size, uint32_t(i));
             if (hook) hook(ctx.header, i, ctx.file_structures[i]);
         },
-        tessellationBytes, threads);
+        threads);
 
     PreviewMesh mesh;
     for (const ModelFileRoot& root : roots) {

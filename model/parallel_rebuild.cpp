@@ -45,26 +45,32 @@ struct Pipeline {
     std::vector<prc::PRCFileStructure>& fs;
     const std::function<void(size_t)>& read;
     std::unique_ptr<std::atomic<size_t>[]> next;
-    std::atomic<size_t> published{0};
+    std::atomic<size_t> published;
     std::atomic<bool> done{false};
     std::exception_ptr failure;
 };
 
 thread_local bool readingThread = false;
 
+// Entries for the records of a file structure read; without memory for
+// them the walk rebuilds those records itself.
+void prepareEntries(prc::PRCFileStructure& fs) {
+    try {
+        fs.rebuilt_compressed.resize(fs.compressed_tessellations.size());
+    } catch (const std::bad_alloc&) {
+        fs.rebuilt_compressed.clear();
+    }
+}
+
 void produce(Pipeline& p) {
-    for (size_t i = 0; i < p.fs.size(); ++i) {
+    for (size_t i = p.published.load(std::memory_order_relaxed); i < p.fs.size(); ++i) {
         try {
             p.read(i);
         } catch (...) {
             p.failure = std::current_exception();
             break;
         }
-        try {
-            p.fs[i].rebuilt_compressed.resize(p.fs[i].compressed_tessellations.size());
-        } catch (const std::bad_alloc&) {
-            p.fs[i].rebuilt_compressed.clear();  // the walk rebuilds them itself
-        }
+        prepareEntries(p.fs[i]);
         p.published.store(i + 1, std::memory_order_release);
     }
     p.done.store(true, std::memory_order_release);
@@ -134,16 +140,26 @@ void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStru
 }
 
 void readAndRebuild(std::vector<prc::PRCFileStructure>& fileStructures, const std::function<void(size_t)>& read,
-                    uint64_t tessellationBytes, unsigned threads) {
-    unsigned processors = 1;
-    if (tessellationBytes >= kPipelineBytes && threads != 1 && fileStructures.size() != 0)
-        processors = threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
+                    unsigned threads) {
+    // Read alone until the records are worth a thread: a model without many
+    // compressed triangles never starts one (nor asks for the processors).
+    size_t read_count = 0;
+    for (uint64_t triangles = 0; read_count < fileStructures.size() && triangles < kParallelTriangles;) {
+        read(read_count);
+        for (const auto& record : fileStructures[read_count++].compressed_tessellations)
+            triangles += record.triangle_face_array.size();
+    }
+    const unsigned processors = read_count == fileStructures.size() || threads == 1 ? 1
+                                : threads == 0 ? platformProcessorCount()
+                                               : std::min(threads, platformProcessorCount());
     if (processors < 2) {
-        for (size_t i = 0; i < fileStructures.size(); ++i) read(i);
+        for (; read_count < fileStructures.size(); ++read_count) read(read_count);
         rebuildCompressedTessellations(fileStructures, threads);
         return;
     }
-    Pipeline p{fileStructures, read, std::make_unique<std::atomic<size_t>[]>(fileStructures.size()), {}, {}, {}};
+    for (size_t i = 0; i < read_count; ++i) prepareEntries(fileStructures[i]);
+    Pipeline p{fileStructures, read, std::make_unique<std::atomic<size_t>[]>(fileStructures.size()), read_count, {},
+               {}};
     readingThread = true;
     platformRunOnThreads(processors, runPipeline, &p);
     readingThread = false;

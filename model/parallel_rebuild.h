@@ -2,7 +2,6 @@
 // The highly compressed tessellations of a pass rebuilt on every processor
 // before the walk that places them.
 
-#include <cstdint>
 #include <functional>
 #include <vector>
 
@@ -22,17 +21,13 @@ void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStru
 
 // Calls read(i) for every file structure, in order, on the calling thread
 // (where the pass's inflation budget and memo live), and rebuilds the
-// compressed tessellations: when the tessellation sections hold at least
-// kPipelineBytes (tessellationBytes, from the header) and threads and
-// processors allow, the other processors rebuild the records of each file
-// structure as soon as it is read, and the calling thread joins them after
-// the last; otherwise as rebuildCompressedTessellations after the reading.
-// Whatever read throws is thrown again once every thread has stopped.
+// compressed tessellations. Once the records read reach kParallelTriangles
+// triangles, and when threads and processors allow, the other processors
+// rebuild the records of each file structure as soon as it is read, and the
+// calling thread joins them after the last; otherwise as
+// rebuildCompressedTessellations after the reading. Whatever read throws is
+// thrown again once every thread has stopped.
 void readAndRebuild(std::vector<prc::PRCFileStructure>& fileStructures, const std::function<void(size_t)>& read,
-                    uint64_t tessellationBytes, unsigned threads = 0);
-
-// About 25,000 compressed or 6,500 plain triangles: below that a thread that
-// waits for the reading costs more than the rebuild it could overlap.
-constexpr uint64_t kPipelineBytes = 64 * 1024;
+                    unsigned threads = 0);
 
 }  // namespace model
