@@ -102,6 +102,17 @@ void runPipeline(void* context) {
     if (!p.failure) consume(p);
 }
 
+uint64_t compressedTriangles(const prc::PRCFileStructure& fs) {
+    uint64_t triangles = 0;
+    for (const auto& record : fs.compressed_tessellations) triangles += record.triangle_face_array.size();
+    return triangles;
+}
+
+// The threads to use: every processor, or at most threads when that is not 0.
+unsigned threadsFor(unsigned threads) {
+    return threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
+}
+
 // Below this a second thread costs more than it saves: starting and joining
 // one takes some 50 microseconds, about what rebuilding 300 triangles takes.
 // The bound sits well above that.
@@ -116,10 +127,10 @@ void rebuildCompressedTessellations(std::vector<prc::PRCFileStructure>& fileStru
     uint64_t triangles = 0;
     for (const prc::PRCFileStructure& fs : fileStructures) {
         records += fs.compressed_tessellations.size();
-        for (const auto& record : fs.compressed_tessellations) triangles += record.triangle_face_array.size();
+        triangles += compressedTriangles(fs);
     }
     if (records < 2 || triangles < kParallelTriangles) return;
-    const unsigned processors = threads == 0 ? platformProcessorCount() : std::min(threads, platformProcessorCount());
+    const unsigned processors = threadsFor(threads);
     if (processors < 2) return;
     Jobs jobs;
     try {
@@ -146,12 +157,9 @@ void readAndRebuild(std::vector<prc::PRCFileStructure>& fileStructures, const st
     size_t read_count = 0;
     for (uint64_t triangles = 0; read_count < fileStructures.size() && triangles < kParallelTriangles;) {
         read(read_count);
-        for (const auto& record : fileStructures[read_count++].compressed_tessellations)
-            triangles += record.triangle_face_array.size();
+        triangles += compressedTriangles(fileStructures[read_count++]);
     }
-    const unsigned processors = read_count == fileStructures.size() || threads == 1 ? 1
-                                : threads == 0 ? platformProcessorCount()
-                                               : std::min(threads, platformProcessorCount());
+    const unsigned processors = read_count == fileStructures.size() || threads == 1 ? 1 : threadsFor(threads);
     if (processors < 2) {
         for (; read_count < fileStructures.size(); ++read_count) read(read_count);
         rebuildCompressedTessellations(fileStructures, threads);

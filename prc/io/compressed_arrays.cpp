@@ -182,15 +182,14 @@ std::vector<uint32_t> decodeHuffmanBitField(LsbBitFieldReader& field, uint8_t nu
     out.reserve(size_t(std::min<uint64_t>(element_array_size, field.bitCount() - field.position())));
     uint32_t i = 0;
     if (table.direct_bits != 0) {
-        // While 8 whole bytes lie ahead, the next 57 bits or more come from
-        // one load and every direct code (16 bits at most) is inside the
-        // field: no bounds check per element, and no fall-back while the
-        // direct table knows the code.
+        // While 64 bits of the field lie ahead, the 8 bytes from the one that
+        // holds the next bit are inside it, so one load gives the next 57 bits
+        // or more, and every direct code (16 bits at most) is whole: no bounds
+        // check per element, and no fall-back while the direct table knows the code.
         const uint8_t* bytes = field.bytes();
-        const uint64_t loads_end = ((field.bitCount() + 7) >> 3) >= 8 ? ((field.bitCount() + 7) >> 3) - 8 : 0;
         const uint64_t mask = (uint64_t(1) << table.direct_bits) - 1;
         uint64_t position = field.position();
-        for (; i < element_array_size && (position >> 3) <= loads_end && field.bitCount() - position >= 64; ++i) {
+        for (; i < element_array_size && field.bitCount() - position >= 64; ++i) {
             uint64_t w;
             std::memcpy(&w, bytes + (position >> 3), 8);
             if constexpr (std::endian::native == std::endian::big) w = __builtin_bswap64(w);
